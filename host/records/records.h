@@ -1,0 +1,113 @@
+// The host's records: cameras, users, sessions, privileges, servers, settings, in one SQLite file.
+//
+// Request processes open it read-only, once, on first use; the admin command, the recorder and log-in open it for
+// writing. All operations return false (or an empty optional) and set the last error on failure; none throws. A
+// Database belongs to one thread. Waits at most 2 s for another writer.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace oculora {
+
+// Where the records and everything else of a site stand.
+constexpr char kVarDir[] = "/var/packages/Oculora/var";
+constexpr char kEtcDir[] = "/var/packages/Oculora/etc";
+constexpr char kRecordsPath[] = "/var/packages/Oculora/var/records.db";
+constexpr char kLogPath[] = "/var/packages/Oculora/var/oculora.log";
+constexpr char kRecorderPidPath[] = "/var/packages/Oculora/var/recorder.pid";
+constexpr char kStreamKeyDir[] = "/var/packages/Oculora/target/@rtsp_info";
+
+constexpr char kAppPrivilege[] = "VELM.QRT.Oculora";
+constexpr int kMobileProfile = 2;
+
+struct ProfileRecord {
+  int profile = 0;  // 0 high, 1 balanced, 2 mobile
+  int streamNo = 0;
+  int fps = 0, width = 0, height = 0;
+};
+
+struct CameraRecord {
+  int id = 0;  // 0 on adding: the next free one
+  std::string name;
+  int videoType = 0;      // CAM_VIDEO_TYPE
+  std::string source;     // URL, file or "test:"; may hold a password: never shown to viewers
+  int ownerNdId = 0;      // 0: this host
+  int idOnRec = 0;
+  bool enabled = true;
+  bool deleting = false;
+  bool stayOn = false;    // runs even when nobody watches
+  std::vector<ProfileRecord> profiles;
+};
+
+struct UserRecord {
+  int uid = 0;  // above 1024 for people
+  std::string name;
+  bool admin = false;
+  bool appPrivilege = true;      // holds kAppPrivilege
+  std::uint32_t operations = 0;  // bit N: operation N (1 live, 2 playback)
+};
+
+struct SessionRecord {
+  std::string id;
+  UserRecord user;
+};
+
+struct ServerRecord {
+  int id = 0;
+  std::string name, url, secret;
+};
+
+class Database {
+ public:
+  enum class Mode { kReadOnly, kReadWrite, kCreate };  // kCreate makes file and schema, or checks the schema's version
+
+  ~Database();
+  Database(Database&&) noexcept;
+  Database& operator=(Database&&) noexcept;
+
+  // `error` gets a sentence a person can act on.
+  static std::optional<Database> Open(Mode mode, std::string* error, const char* path = kRecordsPath);
+
+  const std::string& LastError() const;
+
+  // Grows with every change committed by another connection; for pollers.
+  std::int64_t DataVersion();
+
+  std::optional<CameraRecord> LoadCamera(int id);  // one SELECT, profiles included
+  std::vector<CameraRecord> ListCameras();
+  std::optional<int> AddCamera(const CameraRecord& camera);  // the id; empty: id or name taken, value off
+  bool RemoveCamera(int id);
+  bool SetCameraEnabled(int id, bool enabled);
+
+  std::optional<UserRecord> FindUser(const std::string& name);
+  std::optional<UserRecord> FindUserByUid(int uid);
+  std::vector<UserRecord> ListUsers();
+  bool AddUser(UserRecord user, const std::string& passwordHash);  // or replaces password and rights of that name
+  std::optional<std::string> PasswordHash(const std::string& name);
+
+  std::optional<SessionRecord> FindSession(const std::string& id, std::int64_t nowSeconds);  // live ones only
+  bool AddSession(const std::string& id, int uid, std::int64_t nowSeconds, std::int64_t expiresSeconds);
+  bool RemoveSession(const std::string& id);
+  bool RemoveExpiredSessions(std::int64_t nowSeconds);
+
+  bool AddServer(const ServerRecord& server);
+  std::vector<ServerRecord> ListServers();
+
+  std::string GetSetting(const std::string& name, const std::string& defaultValue);
+  bool SetSetting(const std::string& name, const std::string& value);
+
+ private:
+  struct Impl;
+  explicit Database(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> m_Impl;
+};
+
+// The one read-only database of a request process, opened on first use; null when it cannot be opened (one log line,
+// then silence). Not thread-safe: request processes have one thread.
+Database* RequestDatabase();
+
+}  // namespace oculora

@@ -1,0 +1,22 @@
+// Pacing of streaming loops.
+#pragma once
+
+#include <cstdint>
+
+// Waits so that passes of a loop begin at least a period apart. One thread. Not affected by clock changes.
+class DelayTimer {
+ public:
+  explicit DelayTimer(int periodUs) : m_PeriodUs(periodUs) {}
+
+  // Sets the first pacing point to now.
+  void BeginTiming();
+  // Changes the period, in microseconds, from the next Delay on.
+  void SetDelayTime(int periodUs) { m_PeriodUs = periodUs; }
+  // Waits until a period has passed since the previous pacing point, then makes now the pacing point. Returns early
+  // when a signal arrives, so that a loop sees its stop flag at once.
+  void Delay();
+
+ private:
+  std::int64_t m_PeriodUs;
+  std::int64_t m_LastUs = 0;  // CLOCK_MONOTONIC
+};

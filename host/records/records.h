@@ -33,13 +33,13 @@ struct ProfileRecord {
 struct CameraRecord {
   int id = 0;  // 0 on adding: the next free one
   std::string name;
-  int videoType = 0;      // CAM_VIDEO_TYPE
-  std::string source;     // URL, file or "test:"; may hold a password: never shown to viewers
-  int ownerNdId = 0;      // 0: this host
+  int videoType = 0;   // CAM_VIDEO_TYPE
+  std::string source;  // URL, file or "test:"; may hold a password: never shown to viewers
+  int ownerNdId = 0;   // 0: this host
   int idOnRec = 0;
   bool enabled = true;
   bool deleting = false;
-  bool stayOn = false;    // runs even when nobody watches
+  bool stayOn = false;  // runs even when nobody watches
   std::vector<ProfileRecord> profiles;
 };
 
@@ -72,7 +72,8 @@ class Database {
   // `error` gets a sentence a person can act on.
   static std::optional<Database> Open(Mode mode, std::string* error, const char* path = kRecordsPath);
 
-  const std::string& LastError() const;
+  const std::string& LastError() const;  // a sentence a person can act on; empty before the first failure
+  bool IsUnreadable() const;  // an operation failed because the records as a whole are missing, damaged or locked
 
   // Grows with every change committed by another connection; for pollers.
   std::int64_t DataVersion();
@@ -106,8 +107,10 @@ class Database {
   std::unique_ptr<Impl> m_Impl;
 };
 
-// The one read-only database of a request process, opened on first use; null when it cannot be opened (one log line,
-// then silence). Not thread-safe: request processes have one thread.
+// The one read-only database of a request process, opened on first use; null when it cannot be opened. Not
+// thread-safe: request processes have one thread.
 Database* RequestDatabase();
+// Why this request could not read the records; empty when it did, or never tried.
+std::string RequestDatabaseError();
 
 }  // namespace oculora

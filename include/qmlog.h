@@ -25,12 +25,12 @@ int QmPrintf(LOG_TYPE type, const char* categ, const char* level, const char* un
 // configuration applies to this process, against 3 otherwise. Takes no lock.
 bool LogLevelEnabled(int level);
 
-#define QM_LOG(level, ...)                                                                               \
-  do {                                                                                                   \
-    if (LogLevelEnabled(level)) {                                                                        \
+#define QM_LOG(level, ...)                                                                                            \
+  do {                                                                                                                \
+    if (LogLevelEnabled(level)) {                                                                                     \
       QmPrintf(LOG_TYPE_DEFAULT, Enum2String(LOG_CATEG_STREAM), Enum2String(static_cast<LOG_LEVEL>(level)), kLogUnit, \
-               __LINE__, __func__, __VA_ARGS__);                                                         \
-    }                                                                                                    \
+               __LINE__, __func__, __VA_ARGS__);                                                                      \
+    }                                                                                                                 \
   } while (false)
 
 // `func` is named by the caller where the line's function name is fixed.

@@ -74,7 +74,10 @@ bool ReadDbgLogCfg(std::int32_t& level, std::vector<std::int32_t>& pids) {
   if (config == nullptr) return false;
   level = config->levels[LOG_CATEG_STREAM];
   pids.clear();
-  for (std::int32_t i = 0; i < config->pidCount && i < DbgLogCfg::kMaxPids; ++i) pids.push_back(config->pids[i]);
+  for (std::int32_t i = 0; i < config->pidCount && i < DbgLogCfg::kMaxPids; ++i) {
+    const std::int32_t pid = config->pids[i];
+    pids.push_back(pid);
+  }
   Unmap(config);
   return true;
 }

@@ -16,11 +16,11 @@ enum CAM_VIDEO_TYPE : std::int32_t {
 // The verdict on a camera. 1 is usable, every other value is a reason not to stream.
 enum DEV_STATUS : std::int32_t {
   DEV_STATUS_USABLE = 1,
-  DEV_STATUS_DELETED = 2,          // marked for deletion
-  DEV_STATUS_DISABLED = 3,         // switched off by an administrator
-  DEV_STATUS_DISCONNECTED = 4,     // no frame for 30 s although someone watches
-  DEV_STATUS_UNINITIALISED = 5,    // its recorder has not made its ring yet
-  DEV_STATUS_NO_PRIVILEGE = 6,     // the user may not see it
+  DEV_STATUS_DELETED = 2,        // marked for deletion
+  DEV_STATUS_DISABLED = 3,       // switched off by an administrator
+  DEV_STATUS_DISCONNECTED = 4,   // no frame for 30 s although someone watches
+  DEV_STATUS_UNINITIALISED = 5,  // its recorder has not made its ring yet
+  DEV_STATUS_NO_PRIVILEGE = 6,   // the user may not see it
 };
 
 struct StreamSetting {
@@ -38,9 +38,9 @@ class Camera {
 
   int GetId() const { return m_Id; }
   const std::string& GetName() const { return m_Name; }
-  int GetOwnerNdId() const { return m_OwnerNdId; }    // the owning recording server; 0 is this host
-  int GetIdOnRec() const { return m_IdOnRec; }        // the camera's id there
-  int GetVideoType() const { return m_VideoType; }    // a CAM_VIDEO_TYPE
+  int GetOwnerNdId() const { return m_OwnerNdId; }  // the owning recording server; 0 is this host
+  int GetIdOnRec() const { return m_IdOnRec; }      // the camera's id there
+  int GetVideoType() const { return m_VideoType; }  // a CAM_VIDEO_TYPE
   bool IsEnabled() const { return m_Enabled; }
   bool IsDeleting() const { return m_Deleting; }
   int GetMobileProfile() const { return m_MobileProfile; }

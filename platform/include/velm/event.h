@@ -10,10 +10,10 @@ enum REC_EVENT_TYPE : std::int32_t { REC_EVENT_TYPE_RECORDING = 0, REC_EVENT_TYP
 class Event {
  public:
   virtual ~Event() = default;
-  virtual int GetCamId() const = 0;                 // for analytics events possibly the id of an analytics task
+  virtual int GetCamId() const = 0;                   // for analytics events possibly the id of an analytics task
   virtual void GetPath(std::string& path) const = 0;  // recorded file name
   virtual int Load(int id, int dbArg, int dbType, int ndId) = 0;  // 0, or -1 when there is no such event
-  virtual void NotifyFirstChunk() = 0;              // playback starts from the first byte
+  virtual void NotifyFirstChunk() = 0;                            // playback starts from the first byte
 
   int GetId() const { return m_Id; }
 

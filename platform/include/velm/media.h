@@ -41,9 +41,9 @@ class JpegExtractor {
  public:
   JpegExtractor();
   ~JpegExtractor();
-  int Init(const std::string& path);                                             // 0 or -1
-  int GetFrameInfo(__tag_JPEG_FRAME_INFO& info);                                 // 0 or -1
-  int ReadFrame(unsigned index, unsigned char* buffer, unsigned& size);          // `size`: capacity in, length out
+  int Init(const std::string& path);                                     // 0 or -1
+  int GetFrameInfo(__tag_JPEG_FRAME_INFO& info);                         // 0 or -1
+  int ReadFrame(unsigned index, unsigned char* buffer, unsigned& size);  // `size`: capacity in, length out
 
  private:
   struct Impl;

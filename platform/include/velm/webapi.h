@@ -34,12 +34,12 @@ class APIRequest {
   // The CGI environment variable `name`, or the default when it is not set.
   std::string GetEnv(const std::string& name, const std::string& defaultValue) const;
 
-  bool IsAuthorized() const;                             // a live login session came with the request
-  bool IsAdmin() const;                                  // its user is an administrator
-  bool HasAppPriv(const std::string& privilege) const;   // its user holds the application privilege
-  std::string GetLoginUserName() const;                  // empty without a session
-  unsigned GetLoginUID() const;                          // 0 without a session
-  std::string GetRemoteIP() const;                       // the client's address as the front gives it
+  bool IsAuthorized() const;                            // a live login session came with the request
+  bool IsAdmin() const;                                 // its user is an administrator
+  bool HasAppPriv(const std::string& privilege) const;  // its user holds the application privilege
+  std::string GetLoginUserName() const;                 // empty without a session
+  unsigned GetLoginUID() const;                         // 0 without a session
+  std::string GetRemoteIP() const;                      // the client's address as the front gives it
 
   // The session id the client presented (parameter "_sid", else cookie "oculora_sid"), whether or not it is still
   // live; empty when none was given or when it is not 16 to 64 characters of [A-Za-z0-9_-] (it becomes part of file

@@ -1,0 +1,60 @@
+// Live view of MJPEG cameras: pictures pass from the ring to the client as they came.
+#include <sys/shm.h>
+
+#include <cstdio>
+
+#include "velm/timing.h"
+#include "velm/writers.h"
+#include "videoStreaming.h"
+#include "video_unit.h"
+
+namespace {
+
+constexpr int kPassUs = 10000;
+constexpr int kPassesPerConnectionCheck = 99;  // counted as the 101st pass checks
+
+bool IsOutputOpen() { return feof(stdout) == 0 && ferror(stdout) == 0; }
+
+}  // namespace
+
+void VideoStreamingHandler::LiveviewMjpgCam() {
+  m_StmUpdater.StartLive();
+  ShmStreamFifo* const ring = LiveStreamFifoAt(m_CamId, m_StreamNo);
+  if (ring == nullptr) {
+    QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Failed to attach live stream buf.\n", m_CamId);
+    PrintPlainText("Failed to view camera.");
+    return;
+  }
+  MultipartResponse response;
+  DelayTimer timer(kPassUs);
+  DATA_ENTRY_INFO info{};
+  ring->StartRead(info);
+  timer.BeginTiming();
+
+  int seq = kSeqNone;
+  for (int count = 0; IsOutputOpen() && g_StopFlag == 0;) {
+    m_StmUpdater.UpdateStamp();
+    if (count > kPassesPerConnectionCheck) {
+      if (GetCamConnStatus(m_CamId) != 1) {
+        QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: status abnormal. Stop liveview.\n", m_CamId);
+        break;
+      }
+      count = 0;
+    } else {
+      ++count;
+    }
+    const STREAM_ENTRY* entry = ring->ReadLatest(seq, info);
+    const unsigned char* data = nullptr;
+    int size = 0;
+    if (ring->GetValidFrame(entry, data, size)) {
+      seq = entry->seq;
+      // Straight from the ring: the entry is pinned until ReadFinish, however slow the client is.
+      response.Write("image/jpeg", data, size, nullptr, nullptr);
+      fflush(stdout);
+    }
+    ring->ReadFinish(entry, true, info);
+    timer.Delay();
+  }
+  ring->StopRead(info);
+  shmdt(ring);
+}

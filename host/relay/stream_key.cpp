@@ -1,0 +1,32 @@
+// Stream keys of cameras, as the key files hold them: one line a camera, "ID=FIRST/SECOND".
+#include "relay/stream_key.h"
+
+#include "records/records.h"
+#include "velm/file.h"
+#include "velm/relay.h"
+
+namespace oculora {
+
+bool LoadStreamKeys(int ownerNdId, int camId, StreamKeys& keys) {
+  std::string path = std::string(kStreamKeyDir) + "/rtsp_key";
+  if (ownerNdId != 0) path += std::to_string(ownerNdId);
+  std::string value;
+  if (QmFileGetVal(path, std::to_string(camId), value, false) < 1) return false;
+  const std::size_t slash = value.find('/');
+  keys.first = value.substr(0, slash);
+  keys.second = slash != std::string::npos ? value.substr(slash + 1) : std::string();
+  return true;
+}
+
+bool IsStreamKeyOf(int ownerNdId, int camId, const std::string& key) {
+  StreamKeys keys;
+  if (key.empty() || camId < 1 || !LoadStreamKeys(ownerNdId, camId, keys)) return false;
+  return key == keys.first || key == keys.second;
+}
+
+}  // namespace oculora
+
+std::string GetRecCamStmKey(int ownerNdId, int camId) {
+  oculora::StreamKeys keys;
+  return oculora::LoadStreamKeys(ownerNdId, camId, keys) ? keys.first : std::string();
+}

@@ -1,0 +1,21 @@
+// Stream keys of cameras, as the key files hold them.
+#pragma once
+
+#include <string>
+
+namespace oculora {
+
+// The two keys of a camera; either may be empty.
+struct StreamKeys {
+  std::string first;
+  std::string second;
+};
+
+// Reads the keys of this host's camera `camId` from the key file of recording server `ownerNdId` (0: this host's own
+// cameras). False when the file or the camera's line is missing.
+bool LoadStreamKeys(int ownerNdId, int camId, StreamKeys& keys);
+
+// Whether `key` is one of the camera's keys. An empty key never is.
+bool IsStreamKeyOf(int ownerNdId, int camId, const std::string& key);
+
+}  // namespace oculora

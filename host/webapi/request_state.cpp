@@ -1,0 +1,71 @@
+// The client's fields, its session, and whether it may forward requests.
+#include "webapi/request_state.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include "relay/stream_key.h"
+#include "velm/admission.h"
+
+namespace VELM {
+
+RequestState::RequestState(oculora::RawRequest raw)
+    : m_Env(std::move(raw.env)), m_Cookies(oculora::ParseCookies(raw.cookies)) {
+  if (!oculora::ParseParameters(raw.query, raw.body, m_Parameters)) {
+    m_InputError = "more than " + std::to_string(oculora::kMaxParameters) + " parameters";
+  }
+}
+
+const char* RequestState::Env(const std::string& name) const {
+  if (!m_Env) return std::getenv(name.c_str());
+  const auto found = m_Env->find(name);
+  return found == m_Env->end() ? nullptr : found->second.c_str();
+}
+
+const oculora::SessionRecord* RequestState::Session(const std::string& id) {
+  if (!m_SessionAsked && !id.empty()) {
+    m_SessionAsked = true;
+    if (oculora::Database* database = oculora::RequestDatabase()) {
+      m_Session = database->FindSession(id, std::time(nullptr));
+    }
+  }
+  return m_Session ? &*m_Session : nullptr;
+}
+
+namespace {
+
+bool IsPairedPeer(const APIRequest& request) {
+  const std::string client = request.GetParam("client", "").asString();
+  if (client != "NVR" && client != "REC_SERVER") return false;
+  std::string cookie = request.GetParam("cookie", "").asString();
+  std::string timestamp = request.GetCookie("timestamp", "");
+  if (cookie.empty() || timestamp.empty()) return false;
+  if (request.GetParam("isCrossSite", 0).asInt() == 1) {
+    return SlaveNdAuthentication().IsAuthByPairMatch(cookie, timestamp) != 0;
+  }
+  return IsAuthPairMatch(cookie, timestamp) != 0;
+}
+
+// The key itself is looked at, not just its presence: otherwise anyone who is logged in could add any key, and have
+// the rights of the system. A host that forwards addresses a camera of ours by our own id.
+bool HoldsStreamKey(const APIRequest& request) {
+  const std::string key = request.GetParam("StmKey", "").asString();
+  return !key.empty() && oculora::IsStreamKeyOf(0, request.GetParam("cameraId", 0).asInt(), key);
+}
+
+}  // namespace
+
+bool RequestState::MayRedirect(const APIRequest& request) {
+  if (!m_MayRedirect) m_MayRedirect = HoldsStreamKey(request) || IsPairedPeer(request);
+  return *m_MayRedirect;
+}
+
+}  // namespace VELM
+
+namespace oculora {
+
+std::unique_ptr<VELM::APIRequest> MakeRequest(RawRequest raw) {
+  return std::make_unique<VELM::APIRequest>(std::make_unique<VELM::RequestState>(std::move(raw)));
+}
+
+}  // namespace oculora

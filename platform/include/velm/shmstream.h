@@ -67,7 +67,7 @@ class ShmStreamFifo {
   // Copies the frame after `cursor` into `buffer` and advances the cursor; with kSeqNone the first frame that arrives
   // after the call. `size` is the capacity on entry, the frame's size on return, 0 when none is ready. `keepOrder`
   // true skips nothing but what was lost; false lets a reader that fell behind by more than half the ring jump to
-  // the newest key frame.
+  // the newest key frame. A frame over the capacity is skipped: `size` 0, the cursor behind it.
   void ReadNext(int& cursor, unsigned char*& buffer, int& size, long long& timestamp, MediaES& media, int& flags,
                 bool keepOrder);
 

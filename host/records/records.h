@@ -95,6 +95,13 @@ class Database {
   bool RemoveSession(const std::string& id);
   bool RemoveExpiredSessions(std::int64_t nowSeconds);
 
+  // The brake on guessing passwords: counts an attempt from `address` as failed before it is made, so that attempts
+  // side by side count too. 0: go on; else the seconds to wait (after kFreeAttempts in a row, one a minute); empty on
+  // failure. A log-in that succeeds forgets the count.
+  static constexpr int kFreeAttempts = 10;
+  std::optional<int> BeginLogin(const std::string& address, std::int64_t nowSeconds);
+  bool ForgetLoginFailures(const std::string& address);
+
   bool AddServer(const ServerRecord& server);
   std::vector<ServerRecord> ListServers();
 

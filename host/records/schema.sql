@@ -51,6 +51,13 @@ CREATE TABLE sessions (
   expires  INTEGER NOT NULL
 ) WITHOUT ROWID;
 
+-- Failed log-ins in a row, for each address they came from. Times are seconds since 1970.
+CREATE TABLE login_failures (
+  address   TEXT PRIMARY KEY,
+  failures  INTEGER NOT NULL,
+  last      INTEGER NOT NULL
+) WITHOUT ROWID;
+
 -- Recording servers managed by this host.
 CREATE TABLE servers (
   id      INTEGER PRIMARY KEY CHECK (id > 0),

@@ -1,0 +1,101 @@
+// The list of cameras as a viewer may see it.
+#include "account/account.h"
+#include "records/records.h"
+#include "shm/ring_writer.h"
+#include "velm/admission.h"
+#include "velm/camera.h"
+
+namespace oculora {
+namespace {
+
+constexpr int kErrNoSession = 105;
+
+const char* TypeName(int videoType) {
+  switch (videoType) {
+    case VIDEO_TYPE_MJPEG:
+      return "mjpeg";
+    case VIDEO_TYPE_MPEG4:
+      return "mpeg4";
+    case VIDEO_TYPE_MXPEG:
+      return "mxpeg";
+    default:
+      return "h264";
+  }
+}
+
+const char* StateName(SourceState state) {
+  switch (state) {
+    case SourceState::kIdle:
+      return "idle";
+    case SourceState::kConnecting:
+      return "connecting";
+    case SourceState::kStreaming:
+      return "streaming";
+    default:
+      return "failed";
+  }
+}
+
+struct Condition {
+  const char* state;
+  std::string reason;
+};
+
+// The ring that live viewers read.
+RingId LiveRing(const CameraRecord& camera) {
+  RingId ring{camera.id, 0, RingKind::kVideo};
+  for (const ProfileRecord& profile : camera.profiles) {
+    if (profile.profile == kMobileProfile) ring.streamNo = profile.streamNo;
+  }
+  return ring;
+}
+
+Condition ConditionOf(const CameraRecord& camera, bool recorderRuns) {
+  if (!camera.enabled) return {"disabled", "switched off by an administrator"};
+  if (camera.ownerNdId != 0) return {"idle", ""};  // its own server knows
+  if (!recorderRuns) return {"off", "the recorder is not running"};
+  RingStatus status;
+  if (!ReadRingStatus(LiveRing(camera), status)) return {"connecting", "being started"};
+  return {StateName(status.state), status.state == SourceState::kFailed ? status.reason : std::string()};
+}
+
+// Never the source: it may hold the camera's password.
+Json::Value Describe(const CameraRecord& camera, bool recorderRuns) {
+  const Condition condition = ConditionOf(camera, recorderRuns);
+  Json::Value item;
+  item["id"] = camera.id;
+  item["name"] = camera.name;
+  item["type"] = TypeName(camera.videoType);
+  item["remote"] = camera.ownerNdId != 0;
+  item["enabled"] = camera.enabled;
+  item["state"] = condition.state;
+  item["reason"] = condition.reason;
+  return item;
+}
+
+bool MayWatch(const VELM::APIRequest& request) {
+  const PrivProfile profile = PrivProfileGetByUid(request.GetLoginUID());
+  return profile.IsOperAllow(PRIV_OPER_LIVE) || profile.IsOperAllow(PRIV_OPER_PLAYBACK);
+}
+
+}  // namespace
+
+// Someone who may watch nothing sees an empty list.
+void ListCameras(VELM::APIRequest* request, VELM::APIResponse* response) {
+  if (!request->IsAuthorized()) {
+    response->SetError(kErrNoSession, "not logged in");
+    return;
+  }
+  Json::Value data;
+  data["cameras"] = Json::Value(Json::arrayValue);
+  Database* database = RequestDatabase();
+  if (database != nullptr && MayWatch(*request)) {
+    const bool recorderRuns = IsQmRunning();
+    for (const CameraRecord& camera : database->ListCameras()) {
+      if (!camera.deleting) data["cameras"].append(Describe(camera, recorderRuns));
+    }
+  }
+  response->SetSuccess(data);
+}
+
+}  // namespace oculora

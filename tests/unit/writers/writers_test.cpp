@@ -26,8 +26,9 @@ class PipedChild {
           close(m_Pipe[0]);
           dup2(m_Pipe[1], STDOUT_FILENO);
           close(m_Pipe[1]);
-          signal(SIGTERM, [](int) { gTerminated = 1; });
-          siginterrupt(SIGTERM, 1);
+          struct sigaction action {};
+          action.sa_handler = [](int) { gTerminated = 1; };  // interrupts a blocked write, as in the module
+          sigaction(SIGTERM, &action, nullptr);
           body();
         }) {
     close(m_Pipe[1]);

@@ -1,0 +1,54 @@
+// Calls of the web API: data or an ApiError whose message is a sentence for the person at the screen.
+
+const ENTRY = '/webapi/entry.cgi';
+const TIMEOUT_MS = 10000;
+
+export const WRONG_PASSWORD = 410;
+export const SESSION_ENDED = 105;
+export const UNREACHABLE = 0; // no answer at all
+
+const SENTENCES = {
+  [UNREACHABLE]: 'The recorder cannot be reached.',
+  101: 'The recorder did not understand the request.',
+  102: 'The recorder does not know this function.',
+  103: 'The recorder does not know this function.',
+  104: 'The recorder is of another version than this page. Please reload it.',
+  [SESSION_ENDED]: 'Your session has ended. Please log in again.',
+  106: 'A part of the recorder could not be loaded.',
+  107: 'The recorder’s records cannot be read.',
+  117: 'The recorder had an internal error.',
+  401: 'The recorder does not know this camera.',
+  [WRONG_PASSWORD]: 'The name or the password is wrong.',
+};
+
+export class ApiError extends Error {
+  constructor(code, sentence = SENTENCES[code] ?? `The recorder answered with error ${code}.`) {
+    super(sentence);
+    this.name = 'ApiError';
+    this.code = code;
+  }
+}
+
+export function url(api, method, params = {}) {
+  return `${ENTRY}?${new URLSearchParams({ api, method, version: 1, ...params })}`;
+}
+
+// Turns an answer's JSON into its data; throws the ApiError that it carries.
+export function unwrap(answer) {
+  if (answer?.success) return answer.data;
+  throw new ApiError(answer?.error?.code ?? 117);
+}
+
+// Form values go in the body, so that a password never stands in a URL.
+export async function post(api, method, params = {}) {
+  const body = new URLSearchParams({ api, method, version: 1, ...params });
+  let response;
+  try {
+    response = await fetch(ENTRY, { method: 'POST', body, cache: 'no-store', signal: AbortSignal.timeout(TIMEOUT_MS) });
+    if (!response.ok) throw new ApiError(response.status, `The recorder’s web server answered ${response.status}.`);
+    return unwrap(await response.json());
+  } catch (error) {
+    if (error instanceof ApiError) throw error;
+    throw new ApiError(error instanceof SyntaxError ? 117 : UNREACHABLE);
+  }
+}

@@ -1,0 +1,167 @@
+// Ties the page together: who is logged in, which view is shown, when live pictures run.
+import { SESSION_ENDED, UNREACHABLE } from './api.js';
+import { CameraList } from './cameras.js';
+import { setText } from './dom.js';
+import { GridView } from './grid.js';
+import { ViewInstance } from './instance.js';
+import { LoginView } from './login.js';
+import { hideNotice, showNotice } from './notice.js';
+import { parseRoute } from './routes.js';
+import * as session from './session.js';
+import { SingleView } from './view.js';
+
+const RETRY_MS = 3000;
+
+const list = new CameraList();
+const instance = new ViewInstance();
+let view = null; // what <main> shows
+let user = null; // who is logged in
+let trouble = null; // why the list of cameras cannot be had just now
+
+function show(next) {
+  view?.close();
+  view = next;
+  document.getElementById('main').replaceChildren(view.element);
+  titlePage();
+}
+
+function titlePage() {
+  setText(document.querySelector('title'), `${view.title} – Oculora`);
+}
+
+// Shows the view that the address names. `from`: the camera whose tile gets the focus.
+function route(from) {
+  const to = parseRoute(location.hash);
+  show(to.name === 'camera' ? new SingleView(to.id, onStreamEnd) : new GridView(to.page, onStreamEnd));
+  view.show(instance.id);
+  if (list.loaded) updateView();
+  view.focus(from);
+}
+
+function updateView() {
+  view.update(list.cameras);
+  titlePage();
+}
+
+// --- Who is logged in
+
+function enter(who) {
+  user = who.user;
+  setText(document.getElementById('user'), user);
+  document.getElementById('bar').hidden = false;
+  list.loaded = false;
+  route();
+  setRunning();
+}
+
+function leave(note) {
+  user = trouble = null;
+  list.stop();
+  instance.reset();
+  hideNotice();
+  document.getElementById('bar').hidden = true;
+  show(new LoginView(note, enter));
+  view.focus();
+}
+
+async function logOut() {
+  instance.deactivate(); // ends the streams first
+  try {
+    await session.logOut();
+  } catch (error) {
+    if (error.code !== SESSION_ENDED) {
+      trouble = error;
+      setRunning();
+      return;
+    }
+  }
+  leave('You are logged out.');
+}
+
+// --- When live pictures run
+
+// Everything runs only while the page is seen by somebody who is logged in.
+function setRunning() {
+  if (user && !document.hidden) {
+    list.start();
+    if (!trouble) instance.activate();
+  } else {
+    list.stop();
+    instance.deactivate();
+  }
+  renderNotice();
+}
+
+function renderNotice() {
+  if (user && instance.takenOver) {
+    showNotice('windows', 'This view was taken over by another window.', {
+      label: 'Resume here',
+      run: () => instance.activate(true),
+    });
+  } else if (user && trouble) {
+    const offline = trouble.code === UNREACHABLE;
+    showNotice(offline ? 'offline' : 'power', `${trouble.message} Trying again.`);
+  } else {
+    hideNotice();
+  }
+}
+
+// A stream ended: the list says whether the camera, the session or the network is why; else another window may be.
+async function onStreamEnd({ error }) {
+  await list.refresh();
+  const well = view.pictures?.filter((picture) => picture.camera.state === 'streaming') ?? [];
+  if (!error && !trouble && well.length > 0 && !well.some((picture) => picture.live)) instance.lostAll();
+}
+
+list.addEventListener('change', () => {
+  trouble = null;
+  updateView();
+  setRunning();
+});
+
+list.addEventListener('problem', ({ error }) => {
+  if (error.code === SESSION_ENDED) {
+    leave(error.message);
+    return;
+  }
+  trouble = error;
+  // Pictures that still come are left alone; else all start anew when the recorder is back.
+  if (error.code === UNREACHABLE && !view.pictures?.some((picture) => picture.live)) instance.deactivate();
+  renderNotice();
+});
+
+instance.addEventListener('change', () => {
+  view?.show?.(instance.id);
+  renderNotice();
+});
+instance.addEventListener('free', setRunning);
+
+// --- The window
+
+document.addEventListener('visibilitychange', setRunning);
+addEventListener('pagehide', () => instance.deactivate());
+addEventListener('pageshow', (event) => event.persisted && setRunning());
+addEventListener('hashchange', (event) => {
+  if (!user) return;
+  const before = parseRoute(new URL(event.oldURL).hash);
+  route(before.name === 'camera' ? before.id : undefined);
+});
+addEventListener('keydown', (event) => {
+  if (event.defaultPrevented || event.altKey || event.ctrlKey || event.metaKey || event.shiftKey) return;
+  if (user && view.onKey?.(event.key)) event.preventDefault();
+});
+document.getElementById('logout').addEventListener('click', logOut);
+
+async function start() {
+  try {
+    const who = await session.current();
+    if (who) enter(who);
+    else leave('');
+    hideNotice();
+  } catch (error) {
+    showNotice('offline', `${error.message} Trying again.`);
+    setTimeout(start, RETRY_MS);
+  }
+}
+
+start();

@@ -1,0 +1,42 @@
+// What a camera's picture says: from its record and its stream to words. Pure, so that every case can be tested.
+import { formatOf, typeName } from './formats.js';
+
+// A stream's phases: stopped (nobody should watch), opening (no picture yet), live, stalled (pictures stopped coming),
+// ended (over; another try follows).
+export const sentence = (text) => {
+  const trimmed = text.trim();
+  if (!trimmed) return '';
+  const capital = trimmed[0].toUpperCase() + trimmed.slice(1);
+  return /[.!?…]$/.test(capital) ? capital : `${capital}.`;
+};
+
+// Whether a stream may be opened for this camera at all.
+export const isWatchable = (camera) =>
+  camera.enabled && camera.state !== 'disabled' && camera.state !== 'off' && Boolean(formatOf(camera, 0).url);
+
+// {tone: live|busy|problem|quiet, symbol, label, title, detail}; label is one or two words, title and detail stand on
+// the picture.
+export function describe(camera, phase, endReason = '') {
+  const reason = sentence(camera.reason ?? '');
+  if (camera.state === 'gone') return quiet('nocamera', 'Not found', 'There is no such camera', 'It may have been removed.');
+  if (!camera.enabled || camera.state === 'disabled') {
+    return quiet('pause', 'Disabled', 'Disabled', reason || 'This camera is switched off in the recorder’s settings.');
+  }
+  if (camera.state === 'off') {
+    return problem('power', 'Recorder off', 'The recorder is not running', reason || 'The picture returns when it runs again.');
+  }
+  const { note } = formatOf(camera, 0);
+  if (note) return quiet('film', typeName(camera), `${typeName(camera)} camera`, note);
+  if (phase === 'live') return { tone: 'live', symbol: '', label: 'Live', title: '', detail: '' };
+  if (camera.state === 'failed') {
+    return problem('nocamera', 'No picture', 'No picture', `${reason || 'The camera does not answer.'} Trying again.`);
+  }
+  if (phase === 'stopped') return quiet('pause', 'Paused', 'Paused', '');
+  if (phase === 'stalled') return busy('Waiting', 'The picture stands still', 'Waiting for the camera.');
+  if (phase === 'ended') return busy('Waiting', 'The picture has stopped', `${sentence(endReason)} Trying again.`.trim());
+  return busy('Connecting', 'Connecting', '');
+}
+
+const busy = (label, title, detail) => ({ tone: 'busy', symbol: 'spinner', label, title, detail });
+const problem = (symbol, label, title, detail) => ({ tone: 'problem', symbol, label, title, detail });
+const quiet = (symbol, label, title, detail) => ({ tone: 'quiet', symbol, label, title, detail });

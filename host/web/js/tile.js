@@ -1,0 +1,53 @@
+// A camera in the grid: its picture, name and state; the whole tile leads to the large view.
+import { announce, fromTemplate, setText } from './dom.js';
+import { LivePicture } from './picture.js';
+import { cameraHash } from './routes.js';
+
+export class Tile {
+  constructor(camera, onEnd) {
+    this.picture = new LivePicture(camera);
+    this.element = fromTemplate('tile');
+    this.element.prepend(this.picture.element);
+    this.link = this.element.querySelector('a');
+    const state = this.element.querySelector('.state');
+    state.id = `state-${camera.id}`;
+    this.link.href = cameraHash(camera.id);
+    this.link.setAttribute('aria-describedby', state.id);
+    this.picture.addEventListener('facts', () => this.#render());
+    this.picture.addEventListener('status', () => {
+      this.#render();
+      announceStatus(this.picture);
+    });
+    this.picture.addEventListener('end', onEnd);
+    this.#render();
+  }
+
+  update(camera) {
+    this.picture.update(camera);
+    this.#render();
+  }
+
+  remove() {
+    this.picture.close();
+    this.element.remove();
+  }
+
+  #render() {
+    setText(this.link, this.picture.camera.name);
+    showState(this.element.querySelector('.state'), this.picture);
+  }
+}
+
+// The state line under a picture: what it is like, or what is wrong.
+export function showState(element, picture) {
+  const { tone, label } = picture.status;
+  element.dataset.tone = tone;
+  setText(element, picture.facts && tone === 'live' ? `${label} · ${picture.facts}` : label);
+}
+
+// Says what people who see the page see: problems with their reason, and the return of the picture.
+export function announceStatus(picture) {
+  const { tone, label, detail } = picture.status;
+  if (tone === 'problem') announce(`${picture.camera.name}: ${label}. ${detail}`);
+  else if (tone === 'live') announce(`${picture.camera.name}: live.`);
+}

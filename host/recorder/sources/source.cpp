@@ -1,0 +1,30 @@
+// Chooses the source of a camera.
+#include "recorder/sources/source.h"
+
+#include "recorder/sources/file_source.h"
+#include "recorder/sources/http_source.h"
+#include "recorder/sources/rtsp_source.h"
+#include "recorder/sources/test_source.h"
+
+namespace oculora {
+
+std::unique_ptr<Source> MakeSource(const std::string& source, AVCodecID expected, int fps, std::string& reason) {
+  const SourceAddress address = ParseSource(source);
+  switch (address.kind) {
+    case SourceKind::kRtsp:
+      return std::make_unique<RtspSource>(address);
+    case SourceKind::kHttp:
+      return std::make_unique<HttpSource>(address, expected);
+    case SourceKind::kFile:
+      return std::make_unique<FileSource>(address, fps);
+    case SourceKind::kTest:
+      return std::make_unique<TestSource>(address, expected, fps);
+    case SourceKind::kUnknown:
+      break;
+  }
+  reason = address.scheme.empty() ? "The camera has no source"
+                                  : "Sources of the kind " + address.scheme.substr(0, 16) + ":// are not supported";
+  return nullptr;
+}
+
+}  // namespace oculora

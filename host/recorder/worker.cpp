@@ -1,0 +1,142 @@
+// The process of one camera: connects when someone watches, and keeps its rings fed.
+#include "recorder/worker.h"
+
+#include <sys/prctl.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "recorder/av/quiet_log.h"
+#include "recorder/clock.h"
+#include "recorder/frames/frame_format.h"
+#include "recorder/recorder_log.h"
+#include "recorder/sources/failure.h"
+#include "recorder/sources/source.h"
+#include "recorder/sources/wait.h"
+#include "recorder/stop_signal.h"
+
+namespace oculora {
+namespace {
+
+constexpr std::int64_t kSecondUs = 1000000;
+constexpr std::int64_t kUnwatchedUs = 10 * kSecondUs;  // a camera nobody watched for so long is let go
+// Packets without a usable picture for so long mean trouble; longer than groups of pictures are.
+constexpr std::int64_t kNothingUsableUs = 30 * kSecondUs;
+constexpr std::int64_t kRetrySliceUs = kSecondUs / 4;
+
+int MobileFps(const CameraRecord& camera) {
+  for (const ProfileRecord& profile : camera.profiles) {
+    if (profile.profile == kMobileProfile) return std::max(profile.fps, 0);
+  }
+  return 0;
+}
+
+}  // namespace
+
+void Worker::Run() {
+  while (!StopRequested()) {
+    KickWatchdog();
+    if (!IsWanted()) {
+      m_Rings.SetState(SourceState::kIdle, "");
+      m_Backoff.Reset();
+      m_Rings.WaitForViewer();
+      continue;
+    }
+    const std::string reason = Serve();
+    if (StopRequested() || reason.empty()) continue;
+    const std::int64_t ranUs = m_StreamingSinceUs == 0 ? 0 : MonotonicUs() - m_StreamingSinceUs;
+    NoteFailure(reason);
+    WaitForRetry(m_Backoff.NextDelayMs(ranUs / 1000));
+  }
+  m_Rings.SetState(SourceState::kIdle, "");
+}
+
+bool Worker::IsWanted() const { return m_Camera.stayOn || m_Rings.IsWatched(kUnwatchedUs); }
+
+// One connection, from opening to its end. Why it ended; empty when nobody watches any more or a stop was asked for.
+std::string Worker::Serve() {
+  m_StreamingSinceUs = 0;
+  m_Rings.SetState(SourceState::kConnecting, "");
+  std::string reason;
+  const AVCodecID expected = CodecOfVideoType(m_Camera.videoType);
+  const auto format = MakeFrameFormat(m_Camera.videoType, reason);
+  if (!format) return reason;
+  const auto source = MakeSource(m_Camera.source, expected, MobileFps(m_Camera), reason);
+  if (!source || !source->Open(reason)) return reason;
+  const AVCodecParameters& stream = source->Parameters();
+  if (stream.codec_id != expected) return WrongCodec(stream.codec_id, expected);
+  if (!format->Start(stream, source->TimeBase(), m_Rings, reason)) return reason;
+  return Copy(*source, *format);
+}
+
+std::string Worker::Copy(Source& source, FrameFormat& format) {
+  const AvPtr<AVPacket> packet(av_packet_alloc());
+  if (!packet) return "Out of memory";
+  std::string reason;
+  std::int64_t lastGoodUs = MonotonicUs();
+  FrameResult lastResult = FrameResult::kWritten;
+  while (IsWanted()) {
+    if (!source.Read(*packet, reason)) return reason;
+    lastResult = format.Write(*packet, WallClockUs(), m_Rings);
+    const std::int64_t nowUs = MonotonicUs();
+    if (lastResult == FrameResult::kWritten) {
+      if (m_StreamingSinceUs == 0) NoteStreaming();
+      lastGoodUs = nowUs;
+    } else if (nowUs - lastGoodUs > kNothingUsableUs) {
+      return lastResult == FrameResult::kTooLarge ? "The camera's pictures are larger than 4 MiB"
+                                                  : "No usable picture in the stream";
+    }
+  }
+  return {};
+}
+
+void Worker::NoteStreaming() {
+  m_StreamingSinceUs = MonotonicUs();
+  m_Rings.SetState(SourceState::kStreaming, "");
+  if (!m_LastReason.empty()) LogInfo("camera %d \"%s\" is back", m_Camera.id, m_Camera.name.c_str());
+  m_LastReason.clear();
+}
+
+void Worker::NoteFailure(const std::string& reason) {
+  m_Rings.SetState(SourceState::kFailed, reason);
+  if (reason != m_LastReason) LogError("camera %d \"%s\": %s", m_Camera.id, m_Camera.name.c_str(), reason.c_str());
+  m_LastReason = reason;
+}
+
+void Worker::WaitForRetry(int delayMs) {
+  const std::int64_t dueUs = MonotonicUs() + std::int64_t{delayMs} * 1000;
+  while (IsWanted() && MonotonicUs() < dueUs) {
+    if (!WaitUntilUs(std::min(dueUs, MonotonicUs() + kRetrySliceUs))) return;
+  }
+}
+
+int RunWorker(int camId) {
+  InstallStopSignals();
+  QuietFfmpegLog();
+  char name[16];
+  std::snprintf(name, sizeof(name), "recorder-%d", camId);
+  prctl(PR_SET_NAME, name);
+
+  std::optional<CameraRecord> camera;
+  {
+    std::string error;
+    auto records = Database::Open(Database::Mode::kReadOnly, &error);
+    if (records) {
+      camera = records->LoadCamera(camId);
+      error = records->LastError();
+    }
+    if (!camera) {
+      LogError("camera %d cannot be served: %s", camId, error.empty() ? "there is no such camera" : error.c_str());
+      return 1;
+    }
+  }
+  CameraRings rings;
+  if (!rings.Attach(*camera)) {
+    LogError("camera %d cannot be served: its ring is missing", camId);
+    return 1;
+  }
+  Worker(std::move(*camera), std::move(rings)).Run();
+  return 0;
+}
+
+}  // namespace oculora

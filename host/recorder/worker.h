@@ -1,0 +1,39 @@
+// The process of one camera: connects when someone watches, and keeps its rings fed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "recorder/backoff.h"
+#include "recorder/camera_rings.h"
+#include "records/records.h"
+
+namespace oculora {
+
+class Worker {
+ public:
+  // `rings` are attached already.
+  Worker(CameraRecord camera, CameraRings rings) : m_Camera(std::move(camera)), m_Rings(std::move(rings)) {}
+
+  // Serves the camera until StopRequested().
+  void Run();
+
+ private:
+  bool IsWanted() const;
+  std::string Serve();
+  std::string Copy(class Source& source, class FrameFormat& format);
+  void NoteStreaming();
+  void NoteFailure(const std::string& reason);
+  void WaitForRetry(int delayMs);
+
+  CameraRecord m_Camera;
+  CameraRings m_Rings;
+  Backoff m_Backoff{500, 5000, 5000};
+  std::int64_t m_StreamingSinceUs = 0;  // CLOCK_MONOTONIC; 0: no frame on this connection yet
+  std::string m_LastReason;             // logged last; empty when the camera was well
+};
+
+// Entry of `oculora-recorder --worker ID`; the exit code.
+int RunWorker(int camId);
+
+}  // namespace oculora

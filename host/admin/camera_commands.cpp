@@ -1,0 +1,162 @@
+// oculora camera: the cameras of a site.
+#include <json/json.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "admin/camera_source.h"
+#include "admin/command.h"
+#include "admin/key_file.h"
+
+namespace oculora {
+namespace {
+
+constexpr int kMaxCameraId = 262143;
+
+struct CameraOptions {
+  CameraRecord camera;
+  ProfileRecord profile;
+  std::string type;
+  std::string source;
+  int id = 0;
+  bool json = false;
+};
+
+// The checks that go beyond single options; an empty text when all is well.
+std::string CheckServer(Database& records, const CameraRecord& camera) {
+  if (camera.ownerNdId == 0) return camera.idOnRec == 0 ? "" : "--remote-id needs --server";
+  if (camera.idOnRec == 0) return "--server needs --remote-id, the camera's id on that server";
+  for (const ServerRecord& server : records.ListServers()) {
+    if (server.id == camera.ownerNdId) return {};
+  }
+  return "there is no server " + std::to_string(camera.ownerNdId) + "; add it with \"oculora server add\"";
+}
+
+int AddCamera(const CameraOptions& options) {
+  CameraRecord camera = options.camera;
+  camera.id = options.id;
+  camera.videoType = VideoTypeByName(options.type);
+  std::string error;
+  if (camera.ownerNdId == 0) {
+    const auto source = NormaliseSource(options.source, &error);
+    if (!source) return Fail(error);
+    camera.source = *source;
+  } else {
+    camera.source = options.source;
+  }
+  auto records = OpenRecords(Database::Mode::kReadWrite);
+  if (!records) return 1;
+  if (error = CheckServer(*records, camera); !error.empty()) return Fail(error);
+  // One stream serves every way of watching until a camera offers more.
+  for (int profile = 0; profile <= kMobileProfile; ++profile) {
+    camera.profiles.push_back(options.profile);
+    camera.profiles.back().profile = profile;
+  }
+  const auto id = records->AddCamera(camera);
+  if (!id) return Fail(records->LastError());
+  printf("%d\n", *id);
+  return 0;
+}
+
+void PrintAsJson(const std::vector<CameraRecord>& cameras) {
+  Json::Value list(Json::arrayValue);
+  for (const CameraRecord& camera : cameras) {
+    Json::Value entry;
+    entry["id"] = camera.id;
+    entry["name"] = camera.name;
+    entry["type"] = VideoTypeName(camera.videoType);
+    entry["source"] = HidePassword(camera.source);
+    entry["server"] = camera.ownerNdId;
+    entry["remoteId"] = camera.idOnRec;
+    entry["enabled"] = camera.enabled;
+    entry["stayOn"] = camera.stayOn;
+    entry["fps"] = camera.profiles.empty() ? 0 : camera.profiles.front().fps;
+    list.append(entry);
+  }
+  printf("%s\n", list.toStyledString().c_str());
+}
+
+int ListCameras(const CameraOptions& options) {
+  auto records = OpenRecords(Database::Mode::kReadOnly);
+  if (!records) return 1;
+  const auto cameras = records->ListCameras();
+  if (records->IsUnreadable()) return Fail(records->LastError());
+  if (options.json) {
+    PrintAsJson(cameras);
+    return 0;
+  }
+  if (cameras.empty()) printf("No cameras yet; add one with \"oculora camera add\".\n");
+  for (const CameraRecord& camera : cameras) {
+    printf("%6d  %-8s  %-8s  %-24s  %s\n", camera.id, VideoTypeName(camera.videoType),
+           camera.enabled ? "enabled" : "disabled", camera.name.c_str(), HidePassword(camera.source).c_str());
+  }
+  return 0;
+}
+
+int RemoveCamera(const CameraOptions& options) {
+  auto records = OpenRecords(Database::Mode::kReadWrite);
+  if (!records) return 1;
+  const auto camera = LoadCameraOrTell(*records, options.id);
+  if (!camera) return 1;
+  // Keys first: should the second step fail, a camera without keys is the harmless half.
+  if (!RemoveStreamKeys(camera->ownerNdId, camera->id)) {
+    return Fail(std::string("its stream keys in ") + kStreamKeyDir + " cannot be removed: " + std::strerror(errno));
+  }
+  return records->RemoveCamera(camera->id) ? 0 : Fail(records->LastError());
+}
+
+int SetEnabled(const CameraOptions& options, bool enabled) {
+  auto records = OpenRecords(Database::Mode::kReadWrite);
+  if (!records || !LoadCameraOrTell(*records, options.id)) return 1;
+  return records->SetCameraEnabled(options.id, enabled) ? 0 : Fail(records->LastError());
+}
+
+using Options = std::shared_ptr<CameraOptions>;
+
+void AddAdd(CLI::App& group, Action& action, const Options& options) {
+  CLI::App* add = group.add_subcommand("add", "Add a camera; prints its id");
+  add->add_option("NAME", options->camera.name, "What people see")->required();
+  add->add_option("--type", options->type, "What the source sends")
+      ->required()
+      ->check(CLI::IsMember({"h264", "mjpeg", "mxpeg", "mpeg4"}));
+  add->add_option("--source", options->source, "rtsp://, http://, a file (looped), or test:[WIDTHxHEIGHT]");
+  add->add_option("--fps", options->profile.fps, "Frames a second")->check(CLI::Range(1, 120));
+  add->add_option("--width", options->profile.width, "Picture width")->check(CLI::Range(1, 16384));
+  add->add_option("--height", options->profile.height, "Picture height")->check(CLI::Range(1, 16384));
+  add->add_option("--id", options->id, "Id to use instead of the next free one")->check(CLI::Range(1, kMaxCameraId));
+  add->add_flag("--stay-on", options->camera.stayOn, "Run even when nobody watches");
+  add->add_option("--server", options->camera.ownerNdId, "Recording server that owns it")->check(CLI::PositiveNumber);
+  add->add_option("--remote-id", options->camera.idOnRec, "Its id there")->check(CLI::Range(1, kMaxCameraId));
+  add->callback([=, &action] {
+    if (options->source.empty() && options->camera.ownerNdId == 0) throw CLI::RequiredError("--source");
+    action = [=] { return AddCamera(*options); };
+  });
+}
+
+void AddById(CLI::App& group, const Options& options, const char* name, const char* help,
+             const std::function<void()>& chosen) {
+  CLI::App* command = group.add_subcommand(name, help);
+  command->add_option("ID", options->id, "Camera id")->required();
+  command->callback(chosen);
+}
+
+}  // namespace
+
+void AddCameraCommands(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<CameraOptions>();
+  CLI::App* group = AddGroup(app, "camera", "Add, list, remove, enable and disable cameras");
+  AddAdd(*group, action, options);
+  CLI::App* list = group->add_subcommand("list", "List the cameras");
+  list->add_flag("--json", options->json, "As JSON");
+  list->callback([=, &action] { action = [=] { return ListCameras(*options); }; });
+  AddById(*group, options, "remove", "Remove a camera and its stream keys",
+          [=, &action] { action = [=] { return RemoveCamera(*options); }; });
+  AddById(*group, options, "enable", "Switch a camera on",
+          [=, &action] { action = [=] { return SetEnabled(*options, true); }; });
+  AddById(*group, options, "disable", "Switch a camera off",
+          [=, &action] { action = [=] { return SetEnabled(*options, false); }; });
+}
+
+}  // namespace oculora

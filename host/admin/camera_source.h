@@ -1,0 +1,21 @@
+// Checking what a camera's pictures come from. Pure, but for a look at the file system.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace oculora {
+
+// `source` as the records keep it: rtsp(s) and http(s) URLs with a host as they are, "test:" with an optional size
+// ("test:640x480", 16 to 4096 pixels, even), and files as absolute paths. On anything else nothing, and `error` says
+// what would be right.
+std::optional<std::string> NormaliseSource(const std::string& source, std::string* error);
+
+// `source` fit for showing: a password in a URL becomes "***".
+std::string HidePassword(const std::string& source);
+
+// CAM_VIDEO_TYPE of "mjpeg", "mpeg4", "h264" or "mxpeg"; 0 for another name. And back; "?" for another number.
+int VideoTypeByName(const std::string& name);
+const char* VideoTypeName(int type);
+
+}  // namespace oculora

@@ -1,0 +1,36 @@
+// What the commands of the admin program share: registration, opening the records, and telling what went wrong.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "records/records.h"
+
+namespace oculora {
+
+// What the parsed command line asks for; returns the exit code: 0, or 1 after Fail.
+using Action = std::function<int()>;
+
+// Each adds its commands below `app`; parsing stores the chosen one in `action`.
+void AddSiteCommands(CLI::App& app, Action& action);  // init, serve, status, doctor
+void AddCameraCommands(CLI::App& app, Action& action);
+void AddUserCommands(CLI::App& app, Action& action);  // user, login
+void AddKeyCommands(CLI::App& app, Action& action);
+void AddServerCommands(CLI::App& app, Action& action);
+void AddLogCommands(CLI::App& app, Action& action);
+
+// Writes "oculora: SENTENCE" to standard error; returns 1.
+int Fail(const std::string& sentence);
+
+// The records; after a failure, which has been told, nothing.
+std::optional<Database> OpenRecords(Database::Mode mode);
+
+// The camera with that id; after a failure, which has been told, nothing.
+std::optional<CameraRecord> LoadCameraOrTell(Database& records, int id);
+
+// One subcommand that must come with one of its own.
+CLI::App* AddGroup(CLI::App& app, const std::string& name, const std::string& help);
+
+}  // namespace oculora

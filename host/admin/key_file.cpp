@@ -1,0 +1,48 @@
+// Writing stream-key files.
+#include "admin/key_file.h"
+
+#include <cerrno>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "admin/key_lines.h"
+#include "front/write_file.h"
+#include "records/records.h"
+#include "velm/file.h"
+
+namespace oculora {
+namespace {
+
+constexpr int kLockMs = 5000;
+
+std::string ReadText(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+bool EditKeys(int owner, const std::function<std::string(const std::string&)>& edit) {
+  if (CreateDirP(kStreamKeyDir, "", false) != 0) return false;
+  QmFlock lock(std::string(kStreamKeyDir) + "/.lock");
+  if (lock.LockEx(kLockMs) != 0) {
+    errno = EAGAIN;
+    return false;
+  }
+  const std::string path = std::string(kStreamKeyDir) + "/rtsp_key" + (owner != 0 ? std::to_string(owner) : "");
+  const std::string before = ReadText(path);
+  const std::string after = edit(before);
+  return after == before || WriteFileAtomically(path, after);
+}
+
+}  // namespace
+
+bool WriteStreamKeys(int owner, int camera, const std::string& first, const std::string& second) {
+  return EditKeys(owner, [&](const std::string& text) { return SetKeyLine(text, camera, first, second); });
+}
+
+bool RemoveStreamKeys(int owner, int camera) {
+  return EditKeys(owner, [&](const std::string& text) { return RemoveKeyLine(text, camera); });
+}
+
+}  // namespace oculora

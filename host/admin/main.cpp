@@ -1,0 +1,29 @@
+// oculora: sets up, serves and examines a site. Exit code 0: done, 1: failed, 2: called wrongly.
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "admin/command.h"
+
+int main(int argc, char** argv) {
+  umask(077);  // records, keys and logs concern nobody else
+  CLI::App app{"Sets up, serves and examines a video site", "oculora"};
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Help for all commands");
+  oculora::Action action;
+  try {
+    oculora::AddSiteCommands(app, action);
+    oculora::AddCameraCommands(app, action);
+    oculora::AddUserCommands(app, action);
+    oculora::AddKeyCommands(app, action);
+    oculora::AddServerCommands(app, action);
+    oculora::AddLogCommands(app, action);
+    app.parse(argc, argv);
+    return action();
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const std::exception& error) {
+    return oculora::Fail(error.what());
+  }
+}

@@ -1,0 +1,125 @@
+// Printing the status.
+#include "admin/status.h"
+
+#include <json/json.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include "admin/camera_source.h"
+#include "admin/camera_state.h"
+#include "admin/command.h"
+#include "front/listener.h"
+#include "front/serve.h"
+#include "recorder/clock.h"
+#include "velm/process.h"
+
+namespace oculora {
+namespace {
+
+constexpr int kObserveMs = 1000;
+
+struct Programs {
+  bool recorder = false;
+  bool front = false;
+  std::string address;  // of the front, empty when it does not run
+};
+
+Programs LookAtPrograms() {
+  Programs programs;
+  programs.recorder = ProcAliveByPidFile(kRecorderPidPath);
+  programs.front = ProcAliveByPidFile(kFrontPidPath);
+  std::string address;
+  int port = 0;
+  if (programs.front && ReadServeAddress(&address, &port)) programs.address = DescribeAddresses(address, port);
+  return programs;
+}
+
+// Seconds since the newest frame; -1 when there was none.
+double FrameAge(const RingStatus& status) {
+  if (status.lastFrameUs == 0) return -1;
+  return static_cast<double>(MonotonicUs() - status.lastFrameUs) / 1e6;
+}
+
+double Rounded(double value) { return std::round(value * 10) / 10; }
+
+Json::Value StreamAsJson(const StreamState& stream) {
+  Json::Value entry;
+  entry["stream"] = stream.id.streamNo;
+  entry["kind"] = stream.id.kind == RingKind::kAudio ? "audio" : "video";
+  entry["ring"] = stream.exists;
+  if (!stream.exists) return entry;
+  entry["viewers"] = stream.status.readers;
+  entry["fps"] = Rounded(stream.fps);
+  entry["frames"] = Json::UInt64{stream.status.framesWritten};
+  entry["dropped"] = Json::UInt64{stream.status.framesDropped};
+  entry["newest"] = stream.status.newestSeq;
+  entry["lastFrameAge"] = Rounded(FrameAge(stream.status));
+  return entry;
+}
+
+Json::Value CameraAsJson(const CameraState& camera) {
+  Json::Value entry;
+  entry["id"] = camera.camera.id;
+  entry["name"] = camera.camera.name;
+  entry["type"] = VideoTypeName(camera.camera.videoType);
+  entry["state"] = camera.state;
+  entry["reason"] = camera.reason;
+  entry["streams"] = Json::Value(Json::arrayValue);
+  for (const StreamState& stream : camera.streams) entry["streams"].append(StreamAsJson(stream));
+  return entry;
+}
+
+void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras) {
+  Json::Value root;
+  root["recorder"]["running"] = programs.recorder;
+  root["front"]["running"] = programs.front;
+  root["front"]["address"] = programs.address;
+  root["cameras"] = Json::Value(Json::arrayValue);
+  for (const CameraState& camera : cameras) root["cameras"].append(CameraAsJson(camera));
+  Json::StreamWriterBuilder writer;
+  writer["precision"] = 6;
+  writer["emitUTF8"] = true;
+  printf("%s\n", Json::writeString(writer, root).c_str());
+}
+
+void PrintTable(const Programs& programs, const std::vector<CameraState>& cameras) {
+  printf("recorder    %s\n", programs.recorder ? "running" : "not running");
+  printf("web server  %s%s%s\n", programs.front ? "running" : "not running", programs.address.empty() ? "" : ", ",
+         programs.address.c_str());
+  if (cameras.empty()) printf("no cameras\n");
+  for (const CameraState& camera : cameras) {
+    printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),
+           VideoTypeName(camera.camera.videoType), camera.state.c_str(), camera.reason.empty() ? "" : ", ",
+           camera.reason.c_str());
+    for (const StreamState& stream : camera.streams) {
+      if (!stream.exists) continue;
+      const RingStatus& status = stream.status;
+      printf("  %s %d: %d reading, %.1f frames/s, %llu frames, %llu dropped",
+             stream.id.kind == RingKind::kAudio ? "sound" : "stream", stream.id.streamNo, status.readers, stream.fps,
+             static_cast<unsigned long long>(status.framesWritten),
+             static_cast<unsigned long long>(status.framesDropped));
+      if (status.lastFrameUs != 0) printf(", the last %.1f s ago", FrameAge(status));
+      printf("\n");
+    }
+  }
+}
+
+}  // namespace
+
+int PrintStatus(bool asJson) {
+  auto records = OpenRecords(Database::Mode::kReadOnly);
+  if (!records) return 1;
+  const auto cameras = records->ListCameras();
+  if (records->IsUnreadable()) return Fail(records->LastError());
+  const Programs programs = LookAtPrograms();
+  const auto states = ObserveCameras(cameras, programs.recorder, kObserveMs);
+  if (asJson) {
+    PrintJson(programs, states);
+  } else {
+    PrintTable(programs, states);
+  }
+  return 0;
+}
+
+}  // namespace oculora

@@ -1,0 +1,23 @@
+// Where the programs, plug-ins and pages of this installation lie, found from the running program.
+#pragma once
+
+#include <string>
+
+namespace oculora {
+
+struct ProgramPaths {
+  std::string binDir;
+  std::string libDir;
+  std::string webDir;
+  std::string dispatcher;
+  std::string recorder;
+  std::string module;   // the streaming plug-in
+  std::string account;  // the host's own plug-in
+};
+
+ProgramPaths FindPrograms();
+
+// The full path of a system program, looked up in PATH and in the directories of system daemons; empty when missing.
+std::string FindInPath(const std::string& name);
+
+}  // namespace oculora

@@ -1,0 +1,71 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # the lists are for the scripts that source this
+#
+# Debian packages by purpose, and installing what is missing of them. Sourced by run and test.
+
+PACKAGES_RUN=(lighttpd ffmpeg xz-utils)
+PACKAGES_BUILD=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev libcgicc-dev libsodium-dev libcli11-dev
+  libavformat-dev libavcodec-dev libavutil-dev libavdevice-dev libswscale-dev)
+PACKAGES_TEST=(ccache libgtest-dev libgmock-dev libbenchmark-dev python3 curl chromium motion python3-gi
+  gir1.2-gst-rtsp-server-1.0 gir1.2-gst-plugins-base-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly)
+
+stop_with() {
+  echo "${0##*/}: $*" >&2
+  exit 1
+}
+
+# Prints those of the given packages that are not installed.
+missing_packages() {
+  local installed package
+  installed=$(dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^ii  *//p')
+  for package in "$@"; do
+    grep -qx "$package" <<<"$installed" || echo "$package"
+  done
+}
+
+require_debian() {
+  local id version
+  id=$(sed -n 's/^ID=//p' /etc/os-release 2>/dev/null || true)
+  version=$(sed -n 's/^VERSION_ID=//p' /etc/os-release 2>/dev/null | tr -d '"')
+  if [[ $id != debian || $version != 12 ]]; then
+    stop_with "this needs Debian 12, the machine runs ${id:-an unknown system} ${version:-}"
+  fi
+}
+
+# Whether at least $1 MB are free in the file system of directory $2.
+has_space() {
+  (($(df -Pm "$2" | awk 'NR == 2 { print $4 }') >= $1))
+}
+
+as_root() {
+  if ((EUID == 0)); then "$@"; else sudo "$@"; fi
+}
+
+APT_UPDATED=
+apt_update() {
+  [[ -n $APT_UPDATED ]] && return
+  as_root apt-get update -q || stop_with "apt-get update failed (see above); is this machine online?"
+  APT_UPDATED=1
+}
+
+# Installs what is missing of the given packages. Services that come with them are not left running or enabled.
+install_packages() {
+  local missing service
+  mapfile -t missing < <(missing_packages "$@")
+  ((${#missing[@]} == 0)) && return
+  if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+    stop_with "these packages are missing, and without root or sudo they cannot be installed: ${missing[*]}"
+  fi
+  has_space 2000 /usr || stop_with "less than 2 GB are free in /usr, too little for the packages; make room first"
+  echo "Installing packages: ${missing[*]}"
+  apt_update
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
+    -o DPkg::Lock::Timeout=120 -o APT::Color=0 -o Dpkg::Use-Pty=0 "${missing[@]}" ||
+    stop_with "apt-get could not install the packages (see above)"
+  if [[ -d /run/systemd/system ]]; then
+    for service in lighttpd motion; do
+      if [[ " ${missing[*]} " == *" $service "* ]]; then as_root systemctl disable --now --quiet "$service" || true; fi
+    done
+  fi
+}

@@ -18,6 +18,10 @@ const SENTENCES = {
   107: 'The recorder’s records cannot be read.',
   117: 'The recorder had an internal error.',
   401: 'The recorder does not know this camera.',
+  402: 'The camera is disabled.',
+  403: 'The camera is not connected.',
+  404: 'The camera is still being set up.',
+  405: 'The camera was removed.',
   [WRONG_PASSWORD]: 'The name or the password is wrong.',
 };
 

@@ -23,7 +23,8 @@ export function describe(camera, phase, endReason = '') {
     return quiet('pause', 'Disabled', 'Disabled', reason || 'This camera is switched off in the recorder’s settings.');
   }
   if (camera.state === 'off') {
-    return problem('power', 'Recorder off', 'The recorder is not running', reason || 'The picture returns when it runs again.');
+    const why = reason || 'The recorder is not running.';
+    return problem('power', 'Recorder off', 'No picture', `${why} The picture returns when it runs again.`);
   }
   const { note } = formatOf(camera, 0);
   if (note) return quiet('film', typeName(camera), `${typeName(camera)} camera`, note);
@@ -33,7 +34,7 @@ export function describe(camera, phase, endReason = '') {
   }
   if (phase === 'stopped') return quiet('pause', 'Paused', 'Paused', '');
   if (phase === 'stalled') return busy('Waiting', 'The picture stands still', 'Waiting for the camera.');
-  if (phase === 'ended') return busy('Waiting', 'The picture has stopped', `${sentence(endReason)} Trying again.`.trim());
+  if (phase === 'ended') return busy('Waiting', 'No picture just now', `${sentence(endReason)} Trying again.`.trim());
   return busy('Connecting', 'Connecting', '');
 }
 

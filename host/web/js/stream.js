@@ -2,7 +2,7 @@
 //
 // The stream is read with fetch rather than by an <img>: browsers do not tell a page when the pictures of an <img> stop
 // coming, and a still picture that looks live is the one fault a camera page must not have.
-import { ApiError, UNREACHABLE, unwrap } from './api.js';
+import { ApiError, SESSION_ENDED, UNREACHABLE, unwrap } from './api.js';
 import { MultipartReader } from './multipart.js';
 
 export class LiveStream {
@@ -39,7 +39,7 @@ export class LiveStream {
       throw new ApiError(UNREACHABLE);
     }
     const type = response.headers.get('content-type') ?? '';
-    if (type.includes('json')) unwrap(await response.json());
+    if (type.includes('json')) refuse(await response.json());
     if (!type.startsWith('multipart/')) return response.body?.cancel();
     const parts = new MultipartReader((part) => this.#take(part));
     const reader = response.body.getReader();
@@ -73,5 +73,15 @@ export class LiveStream {
       }
     }
     this.#decoding = false;
+  }
+}
+
+// Throws what a refusal says. Without the right to watch it is the same code as without a session; that the session has
+// ended is for the list of cameras to find out.
+function refuse(answer) {
+  try {
+    unwrap(answer);
+  } catch (error) {
+    throw error.code === SESSION_ENDED ? new ApiError(SESSION_ENDED, 'You may not watch this camera.') : error;
   }
 }

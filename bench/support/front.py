@@ -20,12 +20,13 @@ class BenchFront:
         text = re.sub(r"server\.port\s*=\s*\d+", f"server.port = {self.port}", text)
         text = re.sub(r"server\.pid-file.*", "", text)
         aliases = ", ".join(f'"/bench/{name}" => "{os.path.join(BUILD, "bin", name)}"' for name in yardsticks)
-        text += f"\nalias.url += ( {aliases} )\n"
+        variables = ", ".join(f'"{name}" => "{value}"' for name, value in (environment or {}).items())
+        text += f'\n$HTTP["url"] =~ "^/bench/" {{\n  alias.url = ( {aliases} )\n  cgi.assign = ( ".cgi" => "" )\n'
+        text += f"  setenv.add-environment = ( {variables} )\n}}\n"
         path = site.path("/tmp/bench-front.conf")
         with open(path, "w") as file:
             file.write(text)
-        self.process = site.popen(["lighttpd", "-D", "-f", "/tmp/bench-front.conf"],
-                                  env={**os.environ, **(environment or {})})
+        self.process = site.popen(["lighttpd", "-D", "-f", "/tmp/bench-front.conf"])
         wait_until(self._answers, 10, "the benchmark's front")
 
     def _answers(self):

@@ -1,17 +1,32 @@
 """A private site for the browser tests: makes it, serves it, and obeys lines of JSON on standard input until that ends.
 
     ["user", name, password]  ["camera", name, type, source, {options}]  ["serve"]  ["oculora", arguments...]
-    ["path", path inside the site]  ["processes"]  ["kill", pid]
+    ["path", path inside the site]  ["streams"]  ["kill", pid]
 
 Each line is answered by one line: {"ok": result} or {"error": text}.
 """
 
 import json
 import os
+import re
 import signal
 import sys
 
 from oculora_site import Site
+
+
+def streams(site):
+    """{camera id: pid} of the request processes that stream live pictures, each camera's newest."""
+    found = {}
+    for pid in sorted(site.processes()):
+        try:
+            with open(f"/proc/{pid}/environ", "rb") as environment:
+                query = re.search(rb"\0QUERY_STRING=([^\0]*method=Stream[^\0]*)", b"\0" + environment.read())
+        except OSError:
+            continue  # ended meanwhile
+        if query:
+            found[int(re.search(rb"cameraId=(\d+)", query.group(1)).group(1))] = pid
+    return found
 
 
 def obey(site, command, *arguments):
@@ -26,11 +41,11 @@ def obey(site, command, *arguments):
         return site.oculora(*arguments).stdout
     if command == "path":
         return site.path(*arguments)
-    if command == "processes":
-        return site.processes()
+    if command == "streams":
+        return streams(site)
     if command == "kill":
-        if arguments[0] not in site.processes():
-            raise ValueError(f"process {arguments[0]} is not of this site")
+        if arguments[0] not in streams(site).values():
+            raise ValueError(f"process {arguments[0]} streams nothing here")
         return os.kill(arguments[0], signal.SIGKILL)
     raise ValueError(f"unknown command {command}")
 

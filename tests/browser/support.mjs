@@ -44,10 +44,9 @@ export class Site {
     return answer.ok;
   }
 
-  // Process ids of the live streams.
+  // Which cameras are streamed just now: a Map of camera id to process id.
   async streams() {
-    const processes = await this.do('processes');
-    return Object.keys(processes).filter((pid) => processes[pid].includes('entry.cgi')).map(Number);
+    return new Map(Object.entries(await this.do('streams')).map(([camera, pid]) => [Number(camera), pid]));
   }
 
   async close() {

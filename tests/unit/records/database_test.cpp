@@ -46,7 +46,7 @@ TEST_F(RecordsTest, FailuresAreSentencesThatNameTheFileAndARemedy) {
       {"garbage", [this] { WriteFile(m_Path, std::string(8192, 'x')); }, Database::Mode::kReadWrite, "damaged"},
       {"newer", [this] { Make(), Sql(m_Path, "UPDATE version SET version = 7"); }, Database::Mode::kCreate,
        "version 7"},
-      {"a directory", [this] { std::filesystem::create_directory(m_Path); }, Database::Mode::kReadOnly, "permissions"},
+      {"a directory", [this] { std::filesystem::create_directory(m_Path); }, Database::Mode::kReadOnly, "cannot be read"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);

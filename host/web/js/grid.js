@@ -82,8 +82,11 @@ export class GridView {
 
 // A link that leads nowhere has no address: it leaves the tab order and says that it is off.
 export function setLink(link, href) {
-  if (href) link.setAttribute('href', href);
-  else link.removeAttribute('href');
-  link.toggleAttribute('aria-disabled', !href);
-  if (!href) link.setAttribute('aria-disabled', 'true');
+  if (href) {
+    link.setAttribute('href', href);
+    link.removeAttribute('aria-disabled');
+  } else {
+    link.removeAttribute('href');
+    link.setAttribute('aria-disabled', 'true');
+  }
 }

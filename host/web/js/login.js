@@ -38,7 +38,6 @@ export class LoginView {
       onDone(await logIn(account.value, passwd.value));
     } catch (error) {
       this.#fail(error.message);
-      button.disabled = false;
       passwd.select();
       passwd.focus();
     } finally {
@@ -50,10 +49,13 @@ export class LoginView {
   #fail(text) {
     setText(this.#error, text);
     for (const input of this.#form.querySelectorAll('input')) {
-      input.toggleAttribute('aria-invalid', Boolean(text));
-      if (text) input.setAttribute('aria-invalid', 'true');
-      if (text) input.setAttribute('aria-describedby', this.#error.id);
-      else input.removeAttribute('aria-describedby');
+      if (text) {
+        input.setAttribute('aria-invalid', 'true');
+        input.setAttribute('aria-describedby', this.#error.id);
+      } else {
+        input.removeAttribute('aria-invalid');
+        input.removeAttribute('aria-describedby');
+      }
     }
   }
 }

@@ -1,6 +1,7 @@
 // Watches a camera's ring as a viewer does and writes what it sees to files, for tests.
 //
-//   ring_dump CAMERA STREAM frames COUNT DIR [SECONDS]  COUNT frames as DIR/000001, ... and the extra data as DIR/extra;
+//   ring_dump CAMERA STREAM frames COUNT DIR [SECONDS]  COUNT frames as DIR/000001, ... and the extra data as
+//   DIR/extra;
 //                                                       prints "SEQ FLAGS TIMESTAMP SIZE" for each; 1 when too few came
 //   ring_dump CAMERA STREAM status                      one JSON object; 1 when there is no ring
 #include <sys/shm.h>

@@ -84,7 +84,8 @@ std::string ReadFailure(int code, const SourceAddress& address, bool timedOut) {
   if (timedOut || code == AVERROR(ETIMEDOUT)) {
     return "No picture for " + std::to_string(kAnswerTimeoutMs / 1000) + " s";
   }
-  return HostFailure(code, address);
+  // Some demuxers report a stream that ends as an input error.
+  return HostFailure(code == AVERROR(EIO) ? AVERROR_EOF : code, address);
 }
 
 std::string WrongCodec(AVCodecID sent, AVCodecID expected) {

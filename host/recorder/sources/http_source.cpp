@@ -5,6 +5,19 @@
 
 namespace oculora {
 
+namespace {
+
+// Whether an answer of that media type may hold pictures one after the other; pages that ask to log in do not.
+bool MayBePictures(const std::string& mime) {
+  if (mime.empty() || mime == "application/octet-stream") return true;
+  for (const char* kind : {"multipart/", "image/", "video/"}) {
+    if (mime.rfind(kind, 0) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 int HttpSource::Connect(const char* format, bool probe) {
   Dictionary options;
   options.Set("timeout", kAnswerTimeoutMs * 1000LL);
@@ -20,6 +33,7 @@ bool HttpSource::Open(std::string& reason) {
     // Some cameras announce one boundary and send another, without dashes, or none at all. The pictures' own
     // markers tell them apart as well, one picture later.
     if (rc == AVERROR_INVALIDDATA) rc = Connect("mjpeg", false);
+    if (rc >= 0 && !MayBePictures(m_Demuxer.MimeType())) rc = AVERROR_INVALIDDATA;
   } else {
     rc = Connect(nullptr, true);
   }

@@ -36,7 +36,7 @@ using oculora::RingWriter;
 constexpr oculora::RingId kId{1, 0, oculora::RingKind::kVideo};
 constexpr std::size_t kPictureBytes = 200000;
 constexpr std::int64_t kFramePeriodUs = 40000;
-constexpr int kMaxSeconds = 3600;
+constexpr std::size_t kMaxSeconds = 3600;
 
 // Shared by all processes.
 struct Tally {
@@ -197,8 +197,8 @@ void CheckRingIsAsNew(RingWriter& writer) {
 int main(int argc, char** argv) {
   const int readerCount = argc == 3 ? std::atoi(argv[1]) : 0;
   const int seconds = argc == 3 ? std::atoi(argv[2]) : 0;
-  if (readerCount < 1 || readerCount > 500 || seconds < 1 || seconds > kMaxSeconds) {
-    std::fprintf(stderr, "Usage: ring_storm READERS(1-500) SECONDS(1-%d)\n", kMaxSeconds);
+  if (readerCount < 1 || readerCount > 500 || seconds < 1 || static_cast<std::size_t>(seconds) > kMaxSeconds) {
+    std::fprintf(stderr, "Usage: ring_storm READERS(1-500) SECONDS(1-%zu)\n", kMaxSeconds);
     return 2;
   }
   if (!EnterPrivateSite()) return 1;
@@ -210,6 +210,7 @@ int main(int argc, char** argv) {
 
   const pid_t writerPid = Spawn(RunWriter);
   std::vector<pid_t> readers;
+  readers.reserve(static_cast<std::size_t>(readerCount));
   for (int i = 0; i < readerCount; ++i) {
     readers.push_back(Spawn([i] { RunReader(static_cast<unsigned>(i)); }));
   }

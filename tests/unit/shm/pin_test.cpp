@@ -78,7 +78,7 @@ TEST_F(Pins, FramesOfAnySizeFitUpToTheWholeRing) {
 
 // Reads in every way while another process writes as fast as it can into a ring of a few frames.
 TEST_F(Pins, NoReadEverGivesHalfAPicture) {
-  Make(200 * 1024);
+  Make(200 * kKiB);
   Child child([this] {
     for (std::uint32_t i = 0;; ++i) {
       Write(8 + i * 7919 % 50000, i % 3 == 0 ? FRAME_FLAG_KEY : 0);
@@ -120,7 +120,7 @@ TEST_F(Pins, NoReadEverGivesHalfAPicture) {
 }
 
 TEST_F(Pins, WriterKilledAtAnyMomentLeavesAGoodRing) {
-  Make(200 * 1024);
+  Make(200 * kKiB);
   Reader reader(fifo.get());
   for (int round = 0; round < 100; ++round) {
     const std::uint64_t before = ring->newest.load();
@@ -130,7 +130,7 @@ TEST_F(Pins, WriterKilledAtAnyMomentLeavesAGoodRing) {
       });
       while (ring->newest.load() < before + 5) usleep(static_cast<useconds_t>(round * 7));
     }
-    writer = oculora::RingWriter::Create(kId, 200 * 1024, true);
+    writer = oculora::RingWriter::Create(kId, 200 * kKiB, true);
     const int left = reader.Latest(kSeqNone);
     ASSERT_NE(left, -1);
     reader.Finish();

@@ -81,7 +81,7 @@ TEST_F(Reading, NextKeepsOrderAndRecoversFromLoss) {
     int resumesAt;      // index of the frame read after the loss; the last six frames are left in the ring
   };
   for (const Case& c : {Case{"KddddddKdd", 7}, Case{"Kddddddddd", 4}, Case{"KKKKKKKKKK", 4}, Case{"KdddddddKK", 8}}) {
-    Make(6 * 1024);
+    Make(6 * kKiB);
     Reader reader(fifo.get());
     std::vector<int> seqs;
     for (const char flag : c.flags) seqs.push_back(Write(1024, flag == 'K' ? kKey : 0));
@@ -114,11 +114,12 @@ TEST_F(Reading, CopierGetsEverythingFromTheFirstCallOn) {
 }
 
 TEST_F(Reading, CopierFarBehindMayJump) {
-  Make(40 * 1024);
+  Make(40 * kKiB);
   Copier patient;
   Copier hasty;
   EXPECT_EQ(patient.Next(*fifo) + hasty.Next(*fifo), 0);
   std::vector<int> seqs;
+  seqs.reserve(23);
   for (int i = 0; i < 20; ++i) seqs.push_back(Write(1024, i % 5 == 0 ? kKey : 0));
   EXPECT_EQ(hasty.Next(*fifo, false), seqs[0]) << "half a ring behind is not too far";
   for (int i = 20; i < 23; ++i) seqs.push_back(Write(1024, i % 5 == 0 ? kKey : 0));
@@ -127,7 +128,7 @@ TEST_F(Reading, CopierFarBehindMayJump) {
 }
 
 TEST_F(Reading, PositionsSurviveTheWrap) {
-  Make(64 * 1024);
+  Make(64 * kKiB);
   ring->newest.store(kSeqCycle - 3);  // as after 1.4 years
   ring->oldest.store(kSeqCycle - 2);
   Reader reader(fifo.get());

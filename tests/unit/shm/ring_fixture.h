@@ -13,6 +13,8 @@
 #include "shm/ring_writer.h"
 #include "shm/segment.h"
 
+constexpr std::size_t kKiB = 1024;
+
 struct Detach {
   void operator()(ShmStreamFifo* fifo) const { shmdt(fifo); }
 };

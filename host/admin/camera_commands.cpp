@@ -146,7 +146,7 @@ void AddById(CLI::App& group, const Options& options, const char* name, const ch
 
 void AddCameraCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<CameraOptions>();
-  CLI::App* group = AddGroup(app, "camera", "Add, list, remove, enable and disable cameras");
+  CLI::App* group = app.add_subcommand("camera", "Add, list, remove, enable and disable cameras");
   AddAdd(*group, action, options);
   CLI::App* list = group->add_subcommand("list", "List the cameras");
   list->add_flag("--json", options->json, "As JSON");

@@ -26,10 +26,4 @@ std::optional<CameraRecord> LoadCameraOrTell(Database& records, int id) {
   return camera;
 }
 
-CLI::App* AddGroup(CLI::App& app, const std::string& name, const std::string& help) {
-  CLI::App* group = app.add_subcommand(name, help);
-  group->require_subcommand(1);
-  return group;
-}
-
 }  // namespace oculora

@@ -13,7 +13,8 @@ namespace oculora {
 // What the parsed command line asks for; returns the exit code: 0, or 1 after Fail.
 using Action = std::function<int()>;
 
-// Each adds its commands below `app`; parsing stores the chosen one in `action`.
+// Each adds its commands below `app`; parsing stores the chosen one in `action`. A group of commands does not demand
+// one of them itself: the parser would then report that instead of the unknown word it found.
 void AddSiteCommands(CLI::App& app, Action& action);  // init, serve, status, doctor
 void AddCameraCommands(CLI::App& app, Action& action);
 void AddUserCommands(CLI::App& app, Action& action);  // user, login
@@ -29,8 +30,5 @@ std::optional<Database> OpenRecords(Database::Mode mode);
 
 // The camera with that id; after a failure, which has been told, nothing.
 std::optional<CameraRecord> LoadCameraOrTell(Database& records, int id);
-
-// One subcommand that must come with one of its own.
-CLI::App* AddGroup(CLI::App& app, const std::string& name, const std::string& help);
 
 }  // namespace oculora

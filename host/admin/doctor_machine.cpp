@@ -57,7 +57,8 @@ void CheckProgram(Findings& findings, const std::string& path) {
 void CheckPlugin(Findings& findings, const std::string& path) {
   void* plugin = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (plugin == nullptr) {
-    NoteFailure(findings, path + " cannot be loaded", dlerror());
+    const std::string reason = dlerror();  // begins with the path
+    NoteFailure(findings, "a plug-in cannot be loaded", reason + "; build it again");
     return;
   }
   if (dlsym(plugin, "GetAPITable") == nullptr) {

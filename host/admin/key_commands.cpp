@@ -51,7 +51,7 @@ int ShowKeys(const KeyOptions& options) {
 
 void AddKeyCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<KeyOptions>();
-  CLI::App* group = AddGroup(app, "key", "Stream keys, which open a camera without a session");
+  CLI::App* group = app.add_subcommand("key", "Stream keys, which open a camera without a session");
   CLI::App* set = group->add_subcommand("set", "Give a camera its two keys");
   set->add_option("CAMERA", options->camera, "Camera id")->required();
   set->add_option("KEY", options->first, "1 to 35 letters, digits, _ and -")->required();

@@ -47,7 +47,7 @@ int SetLevel(const LogOptions& options) {
 
 void AddLogCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<LogOptions>();
-  CLI::App* group = AddGroup(app, "log", "How much the streaming module logs");
+  CLI::App* group = app.add_subcommand("log", "How much the streaming module logs");
   CLI::App* level = group->add_subcommand("level", "Show or set the log level");
   level->add_option("N", options->level, kLevels)->check(CLI::Range(0, 7));
   level->add_option("--pid", options->pids, "Only for this process; may be repeated")->check(CLI::PositiveNumber);

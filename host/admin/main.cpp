@@ -9,7 +9,6 @@
 int main(int argc, char** argv) {
   umask(077);  // records, keys and logs concern nobody else
   CLI::App app{"Sets up, serves and examines a video site", "oculora"};
-  app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help for all commands");
   oculora::Action action;
   try {
@@ -20,7 +19,9 @@ int main(int argc, char** argv) {
     oculora::AddServerCommands(app, action);
     oculora::AddLogCommands(app, action);
     app.parse(argc, argv);
-    return action();
+    if (action) return action();
+    fputs("A command is missing.\nRun with --help or --help-all for more information.\n", stderr);
+    return 2;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   } catch (const std::exception& error) {

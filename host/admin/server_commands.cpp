@@ -2,14 +2,17 @@
 #include <cstdio>
 #include <memory>
 
+#include "admin/camera_source.h"
 #include "admin/command.h"
 
 namespace oculora {
 namespace {
 
 int AddServer(const ServerRecord& server) {
-  const bool http = server.url.rfind("http://", 0) == 0 || server.url.rfind("https://", 0) == 0;
-  if (!http || server.url.size() < 9) return Fail("--url is the other host's address, like http://192.168.1.30:8080");
+  std::string error;
+  if (server.url.rfind("http", 0) != 0 || server.url.find("://") == std::string::npos ||
+      !NormaliseSource(server.url, &error))
+    return Fail("--url is the other host's address, like http://192.168.1.30:8080");
   if (server.secret.size() < 16)
     return Fail("--secret is too short; use at least 16 characters, the same on both hosts");
   auto records = OpenRecords(Database::Mode::kReadWrite);
@@ -38,7 +41,7 @@ int ListServers() {
 
 void AddServerCommands(CLI::App& app, Action& action) {
   const auto server = std::make_shared<ServerRecord>();
-  CLI::App* group = AddGroup(app, "server", "Add and list recording servers managed by this host");
+  CLI::App* group = app.add_subcommand("server", "Add and list recording servers managed by this host");
   CLI::App* add = group->add_subcommand("add", "Add a recording server");
   add->add_option("NAME", server->name, "What people see")->required();
   add->add_option("--id", server->id, "Its number here")->required()->check(CLI::PositiveNumber);

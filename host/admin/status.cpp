@@ -23,23 +23,19 @@ struct Programs {
   bool recorder = false;
   bool front = false;
   std::string address;  // of the front, empty when it does not run
+  int port = 0;
 };
 
 Programs LookAtPrograms() {
   Programs programs;
   programs.recorder = ProcAliveByPidFile(kRecorderPidPath);
   programs.front = ProcAliveByPidFile(kFrontPidPath);
-  std::string address;
-  int port = 0;
-  if (programs.front && ReadServeAddress(&address, &port)) programs.address = DescribeAddresses(address, port);
+  if (!programs.front || !ReadServeAddress(&programs.address, &programs.port)) programs.address.clear();
   return programs;
 }
 
-// Seconds since the newest frame; -1 when there was none.
-double FrameAge(const RingStatus& status) {
-  if (status.lastFrameUs == 0) return -1;
-  return static_cast<double>(MonotonicUs() - status.lastFrameUs) / 1e6;
-}
+// Seconds since the newest frame, which there is.
+double FrameAge(const RingStatus& status) { return static_cast<double>(MonotonicUs() - status.lastFrameUs) / 1e6; }
 
 double Rounded(double value) { return std::round(value * 10) / 10; }
 
@@ -54,7 +50,7 @@ Json::Value StreamAsJson(const StreamState& stream) {
   entry["frames"] = Json::UInt64{stream.status.framesWritten};
   entry["dropped"] = Json::UInt64{stream.status.framesDropped};
   entry["newest"] = stream.status.newestSeq;
-  entry["lastFrameAge"] = Rounded(FrameAge(stream.status));
+  entry["lastFrameAge"] = stream.status.lastFrameUs == 0 ? Json::Value() : Rounded(FrameAge(stream.status));
   return entry;
 }
 
@@ -75,6 +71,7 @@ void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras
   root["recorder"]["running"] = programs.recorder;
   root["front"]["running"] = programs.front;
   root["front"]["address"] = programs.address;
+  root["front"]["port"] = programs.port;
   root["cameras"] = Json::Value(Json::arrayValue);
   for (const CameraState& camera : cameras) root["cameras"].append(CameraAsJson(camera));
   Json::StreamWriterBuilder writer;
@@ -85,8 +82,8 @@ void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras
 
 void PrintTable(const Programs& programs, const std::vector<CameraState>& cameras) {
   printf("recorder    %s\n", programs.recorder ? "running" : "not running");
-  printf("web server  %s%s%s\n", programs.front ? "running" : "not running", programs.address.empty() ? "" : ", ",
-         programs.address.c_str());
+  const std::string where = programs.address.empty() ? "" : DescribeAddresses(programs.address, programs.port);
+  printf("web server  %s%s%s\n", programs.front ? "running" : "not running", where.empty() ? "" : ", ", where.c_str());
   if (cameras.empty()) printf("no cameras\n");
   for (const CameraState& camera : cameras) {
     printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),

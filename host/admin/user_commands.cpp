@@ -122,7 +122,7 @@ void AddName(CLI::App* command, const std::shared_ptr<UserOptions>& options) {
 
 void AddUserCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<UserOptions>();
-  CLI::App* group = AddGroup(app, "user", "Add and list users");
+  CLI::App* group = app.add_subcommand("user", "Add and list users");
   CLI::App* add = group->add_subcommand("add", "Add a user");
   AddName(add, options);
   add->add_flag("--admin", options->admin, "May do everything");

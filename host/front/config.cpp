@@ -27,7 +27,6 @@ server.max-read-idle = 30
 server.max-write-idle = 60
 server.upload-dirs = ( "/tmp" )
 index-file.names = ( "index.html" )
-dir-listing.activate = "disable"
 mimetype.assign = (
   ".html" => "text/html; charset=utf-8",
   ".css" => "text/css; charset=utf-8",

@@ -1,16 +1,28 @@
 // Pacing of streaming loops.
 #include "velm/timing.h"
 
+#include <algorithm>
 #include <ctime>
+
+#include "shm/frame_signal.h"
 
 namespace {
 
 constexpr std::int64_t kMicro = 1000000;
 
+// A loop that reads a ring has nothing to do before the next frame, but its client, its camera and its live stamp want
+// a look now and then.
+constexpr std::int64_t kLongestIdleUs = 100000;
+
 std::int64_t NowUs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<std::int64_t>(now.tv_sec) * kMicro + now.tv_nsec / 1000;
+}
+
+void SleepUntil(std::int64_t due) {
+  const timespec until{static_cast<time_t>(due / kMicro), static_cast<long>(due % kMicro) * 1000};
+  clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
 }
 
 }  // namespace
@@ -19,9 +31,7 @@ void DelayTimer::BeginTiming() { m_LastUs = NowUs(); }
 
 void DelayTimer::Delay() {
   const std::int64_t due = m_LastUs + m_PeriodUs;
-  if (NowUs() < due) {
-    const timespec until{static_cast<time_t>(due / kMicro), static_cast<long>(due % kMicro) * 1000};
-    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
-  }
+  const auto waited = oculora::WaitForFrame(std::max(m_PeriodUs, kLongestIdleUs));
+  if (waited != oculora::FrameWait::kSignal && NowUs() < due) SleepUntil(due);
   m_LastUs = NowUs();
 }

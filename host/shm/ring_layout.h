@@ -61,12 +61,13 @@ struct alignas(kRingUnit) Ring : ShmStreamFifo {
   std::atomic<std::uint64_t> framesDropped;
   std::atomic<std::int64_t> lastReapUs;
 
-  // Written by viewers and, now and then, by claiming readers.
+  // Written by viewers, now and then by claiming readers, and with every frame.
   alignas(kRingUnit) std::atomic<std::int64_t> stampUs;
   std::atomic<std::int64_t> firstStampUs;
   std::atomic<std::uint32_t> arrivals;      // futex word: viewers that came, ever
   std::atomic<std::uint32_t> arrivalsSeen;  // by the writer
   std::atomic<std::uint32_t> slotsUsed;     // slots from here on were never claimed
+  std::atomic<std::uint32_t> announced;     // futex word: frames written, ever
 
   alignas(kRingUnit) SeqBlock<128> source;  // SourceState as 32 bits, then the reason's text
   alignas(kRingUnit) SeqBlock<kMaxExtraBytes> extra;
@@ -86,7 +87,7 @@ static_assert(sizeof(ReaderSlot) == 64 && offsetof(ReaderSlot, pin) == 8);
 static_assert(offsetof(Ring, magic) == 0 && offsetof(Ring, version) == 4 && offsetof(Ring, retired) == 8);
 static_assert(offsetof(Ring, dataBytes) == 16 && offsetof(Ring, readerSlots) == 28);
 static_assert(offsetof(Ring, newest) == 64 && offsetof(Ring, lastReapUs) == 120);
-static_assert(offsetof(Ring, stampUs) == 128 && offsetof(Ring, slotsUsed) == 152);
+static_assert(offsetof(Ring, stampUs) == 128 && offsetof(Ring, slotsUsed) == 152 && offsetof(Ring, announced) == 156);
 static_assert(offsetof(Ring, source) == 192 && sizeof(SeqBlock<128>) == 280);
 static_assert(offsetof(Ring, extra) == 512 && sizeof(SeqBlock<1024>) == 2072);
 static_assert(offsetof(Ring, entries) == 2624 && offsetof(Ring, readers) == 68160);

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "shm/frame.h"
+#include "shm/frame_signal.h"
 #include "shm/pins.h"
 #include "shm/reader_table.h"
 #include "shm/ring_layout.h"
@@ -46,6 +47,7 @@ const unsigned char* HoldFrame(Ring& ring, const Frame& frame, const DATA_ENTRY_
 // Hands out the frame that `choose` names (0: none), choosing again when the writer was faster.
 template <typename Choose>
 const STREAM_ENTRY* Take(Ring& ring, DATA_ENTRY_INFO& info, Choose choose) {
+  WatchFrames(ring);
   for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
     const std::uint64_t number = choose();
     if (number == 0) break;
@@ -84,6 +86,7 @@ int ShmStreamFifo::StartRead(DATA_ENTRY_INFO& info) {
 
 void ShmStreamFifo::StopRead(DATA_ENTRY_INFO& info) {
   Ring& ring = static_cast<Ring&>(*this);
+  oculora::ForgetFrames(ring);
   if (oculora::SlotOf(ring, info) != nullptr) oculora::ReleaseSlot(ring, info.slot - 1);
   if (info.copy != nullptr) munmap(info.copy, static_cast<std::size_t>(info.copyCapacity));
   info = {};

@@ -1,11 +1,16 @@
 // Writing frames into a ring. Never waits: frames that readers hold are jumped over.
 #include "shm/ring_writer.h"
 
+#include <velm/camera.h>
+
+#include <algorithm>
 #include <atomic>
+
 #include <cstring>
 #include <optional>
 #include <utility>
 
+#include "shm/frame_signal.h"
 #include "shm/monotonic.h"
 #include "shm/pins.h"
 #include "shm/reader_table.h"
@@ -18,6 +23,17 @@ namespace {
 constexpr std::int64_t kReapEveryUs = 1000000;
 // Readers that pin a frame of a gap just as it is found make the writer look again; this ends a run of bad luck.
 constexpr int kGapAttempts = 64;
+// Readers of pictures want the newest one only. A ring of pictures therefore turns round early, so that its bytes stay
+// in the caches and in few pages of each reader; the rest of the area is for times when readers hold pictures.
+constexpr std::uint64_t kPicturesKept = 8;
+constexpr std::uint64_t kPictureWindowBytes = 1048576;
+
+// The units from the start of the area after which the writer turns round.
+std::uint64_t TurningPoint(const Ring& ring, std::uint64_t units, std::int32_t videoType) {
+  const std::uint64_t area = ring.dataBytes / kRingUnit;
+  if (videoType != VIDEO_TYPE_MJPEG) return area;
+  return std::min(area, std::max(kPicturesKept * units, kPictureWindowBytes / kRingUnit));
+}
 
 // Voids the oldest frames, up to those that a payload ending at `endPosition` leaves untouched. They leave in the order
 // they came, also those that readers hold: a pin keeps the bytes, not the entry.
@@ -33,11 +49,12 @@ void VoidFramesBefore(Ring& ring, std::uint64_t endPosition, std::uint64_t nextN
 }
 
 // Finds room for `units` units, voids what lies there, and returns its position in bytes; empty when pins leave no gap.
-std::optional<std::uint64_t> ReserveGap(Ring& ring, std::uint64_t units, std::uint64_t nextNumber) {
+std::optional<std::uint64_t> ReserveGap(Ring& ring, std::uint64_t units, std::uint64_t nextNumber,
+                                        std::uint64_t turningPoint) {
   const std::uint64_t areaUnits = ring.dataBytes / kRingUnit;
-  const std::uint64_t from = ring.writePosition.load(std::memory_order_relaxed) / kRingUnit;
-  const bool straddles = from % areaUnits + units > areaUnits;
-  std::uint64_t voidedUntil = (straddles ? from - from % areaUnits + areaUnits : from) + units;
+  std::uint64_t from = ring.writePosition.load(std::memory_order_relaxed) / kRingUnit;
+  if (from % areaUnits + units > turningPoint) from += areaUnits - from % areaUnits;
+  std::uint64_t voidedUntil = from + units;
   bool reaped = false;
   for (int attempt = 0; attempt < kGapAttempts; ++attempt) {
     VoidFramesBefore(ring, voidedUntil * kRingUnit, nextNumber);
@@ -80,7 +97,7 @@ int RingWriter::Write(const void* data, std::size_t size, std::int32_t flags, st
   // Voided like the frames in the gap, before the fence in there: a writer that died may have left this very number.
   RingEntry& entry = EntryOf(ring, number);
   entry.number.store(0, std::memory_order_relaxed);
-  const std::optional<std::uint64_t> position = ReserveGap(ring, units, number);
+  const std::optional<std::uint64_t> position = ReserveGap(ring, units, number, TurningPoint(ring, units, videoType));
   if (!position) {
     Count(ring.framesDropped);
     return 0;
@@ -99,6 +116,7 @@ int RingWriter::Write(const void* data, std::size_t size, std::int32_t flags, st
   ring.newest.store(number, std::memory_order_release);
   if ((flags & FRAME_FLAG_KEY) != 0) ring.newestKey.store(number, std::memory_order_release);
   Count(ring.framesWritten);
+  AnnounceFrame(ring);
   return SeqOf(number);
 }
 

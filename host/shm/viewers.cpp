@@ -1,15 +1,11 @@
 // Live stamps, the wake-up of the recorder, and waiting for it. See viewers.h.
 #include "shm/viewers.h"
 
-#include <linux/futex.h>
 #include <sys/shm.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <climits>
 
+#include "shm/futex.h"
 #include "shm/monotonic.h"
 #include "shm/segment.h"
 
@@ -18,18 +14,6 @@ namespace {
 
 // The camera of the viewer in this process whose ring was retired; a request process watches one.
 std::atomic<int> g_CutOffCamId{-1};
-
-// What the kernel expects from SYS_futex on every target, whatever time_t the C library is built with.
-struct FutexTimeout {
-  long seconds;
-  long nanoseconds;
-};
-
-// Sleeps while `word` is `expected`. False when a signal ended the sleep.
-bool FutexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, std::int64_t timeoutUs) {
-  const FutexTimeout timeout{static_cast<long>(timeoutUs / 1000000), static_cast<long>(timeoutUs % 1000000 * 1000)};
-  return syscall(SYS_futex, &word, FUTEX_WAIT, expected, &timeout, nullptr, 0) == 0 || errno != EINTR;
-}
 
 }  // namespace
 
@@ -40,7 +24,7 @@ void StampRing(Ring& ring, std::int64_t nowUs) {
 
 void AnnounceViewer(Ring& ring) {
   ring.arrivals.fetch_add(1, std::memory_order_release);
-  syscall(SYS_futex, &ring.arrivals, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+  FutexWakeAll(ring.arrivals);
 }
 
 bool IsViewerCutOff(int camId) { return g_CutOffCamId.load(std::memory_order_relaxed) == camId; }

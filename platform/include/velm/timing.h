@@ -12,8 +12,10 @@ class DelayTimer {
   void BeginTiming();
   // Changes the period, in microseconds, from the next Delay on.
   void SetDelayTime(int periodUs) { m_PeriodUs = periodUs; }
-  // Waits until a period has passed since the previous pacing point, then makes now the pacing point. Returns early
-  // when a signal arrives, so that a loop sees its stop flag at once.
+  // Waits until a period has passed since the previous pacing point, then makes now the pacing point. A thread that
+  // reads a frame ring has nothing to do before the next frame: it sleeps until that arrives, at least the period, at
+  // most the longer of the period and 0.1 s, in place of a wake-up every period. Returns early when a signal arrives,
+  // so that a loop sees its stop flag at once.
   void Delay();
 
  private:

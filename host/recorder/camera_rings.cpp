@@ -36,6 +36,7 @@ std::vector<RingPlan> PlanRings(const CameraRecord& camera) {
   if (streams.empty()) add(0);
 
   std::vector<RingPlan> plan;
+  plan.reserve(2 * streams.size());
   const std::size_t bytes = SendsWholePictures(camera.videoType) ? kPictureBytes : kPredictedBytes;
   for (const int stream : streams) plan.push_back({{camera.id, stream, RingKind::kVideo}, bytes});
   if (camera.videoType == VIDEO_TYPE_MXPEG) {

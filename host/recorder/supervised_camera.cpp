@@ -24,8 +24,9 @@ SupervisedCamera::SupervisedCamera(CameraRecord camera) : m_Wanted(camera), m_Ca
 void SupervisedCamera::SetWanted(std::optional<CameraRecord> camera) {
   const bool same = camera && SameSetup(m_Camera, *camera);
   m_Wanted = std::move(camera);
-  if (same) return;
-  if (m_Worker.IsRunning()) {
+  if (same) {
+    m_Camera.name = m_Wanted->name;
+  } else if (m_Worker.IsRunning()) {
     m_Worker.Stop();
   } else {
     Apply();

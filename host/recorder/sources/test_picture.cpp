@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -34,6 +35,10 @@ constexpr std::array<std::array<std::uint8_t, 5>, 12> kFont = {{{7, 5, 5, 5, 7},
                                                                 {0, 2, 0, 2, 0},
                                                                 {0, 0, 0, 0, 2}}};
 
+std::uint8_t* Row(AVFrame& picture, int plane, int row) {
+  return picture.data[plane] + std::ptrdiff_t{row} * picture.linesize[plane];
+}
+
 // Fills a rectangle given in even pixels; what lies outside is left out.
 void Fill(AVFrame& picture, int x, int y, int width, int height, Colour colour) {
   const int left = std::clamp(x, 0, picture.width) & ~1;
@@ -42,12 +47,12 @@ void Fill(AVFrame& picture, int x, int y, int width, int height, Colour colour) 
   const int bottom = std::clamp(y + height, 0, picture.height) & ~1;
   if (right <= left) return;
   for (int row = top; row < bottom; ++row) {
-    std::memset(picture.data[0] + row * picture.linesize[0] + left, colour.y, static_cast<std::size_t>(right - left));
+    std::memset(Row(picture, 0, row) + left, colour.y, static_cast<std::size_t>(right - left));
   }
   for (int row = top / 2; row < bottom / 2; ++row) {
     const auto half = static_cast<std::size_t>(right / 2 - left / 2);
-    std::memset(picture.data[1] + row * picture.linesize[1] + left / 2, colour.u, half);
-    std::memset(picture.data[2] + row * picture.linesize[2] + left / 2, colour.v, half);
+    std::memset(Row(picture, 1, row) + left / 2, colour.u, half);
+    std::memset(Row(picture, 2, row) + left / 2, colour.v, half);
   }
 }
 

@@ -25,6 +25,7 @@ VARIANTS = {
     "nodashes": "boundary lines without leading dashes",
     "otherboundary": "announces one boundary, sends another",
     "padded": "zero bytes after each picture, counted in Content-Length",
+    "avi1": "pictures without Huffman tables, as in AVI files; LOG names the pictures they were made of",
     "junk": "every third part is half a picture",
     "password": "asks for admin:secret (basic authentication)",
     "missing": "404",
@@ -34,6 +35,17 @@ VARIANTS = {
     "silent": "takes the connection and never answers",
     "dies": "closes the connection in the middle of the fifth picture",
 }
+
+
+def without_tables(picture):
+    """A JPEG that uses the standard Huffman tables, with these and APP0 replaced by an APP0 that says "AVI1"."""
+    at, kept = 2, b"\xff\xd8\xff\xe0\x00\x10AVI1" + bytes(10)
+    while picture[at + 1] != 0xDA:
+        end = at + 2 + int.from_bytes(picture[at + 2: at + 4], "big")
+        if picture[at + 1] not in (0xC4, 0xE0):
+            kept += picture[at:end]
+        at = end
+    return kept + picture[at:]
 
 
 class Camera(http.server.BaseHTTPRequestHandler):
@@ -97,6 +109,8 @@ class Camera(http.server.BaseHTTPRequestHandler):
                 else:
                     padding = bytes(7) if variant == "padded" else b""
                     self.note(picture)
+                    if variant == "avi1":
+                        picture = without_tables(picture)
                     length = None if variant == "nolength" else len(picture) + len(padding)
                     self.part(line, picture + padding, length)
                 time.sleep(self.interval)

@@ -12,7 +12,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
-from oculora_site import BUILD, Site, wait_until  # noqa: E402
+from oculora_site import BUILD, Site, end, wait_until  # noqa: E402
 
 API = "VELM.Oculora.Stream.VideoStreaming"
 PASSWORD = "a long password"
@@ -201,6 +201,27 @@ class LiveTest(unittest.TestCase):
             self.assertTrue(picture.startswith(b"\xff\xd8") and picture.endswith(b"\xff\xd9"))
             self.assertIn(hashlib.sha256(picture).hexdigest(), self.sent)
         self.assertGreater(len(set(seen)), 10, "the picture moves")
+
+    def test_nothing_is_allocated_per_picture(self):
+        def allocations(seconds):
+            """Allocations of a request that streams for so long, and the parts that it wrote."""
+            environment = {"GATEWAY_INTERFACE": "CGI/1.1", "REQUEST_METHOD": "GET", "COUNT_ALLOCATIONS_FILE": "/tmp/count",
+                           "LD_PRELOAD": os.path.join(BUILD, "lib", "count_allocations.so"),
+                           "QUERY_STRING": self.site.api_path(API, "Stream", {
+                               "cameraId": self.film, "format": "mjpeg", "timestamp": 1}, self.sid).split("?", 1)[1]}
+            with tempfile.TemporaryFile() as output:
+                request = self.site.popen(["env", *(f"{name}={value}" for name, value in environment.items()),
+                                           os.path.join(BUILD, "bin", "entry.cgi")], stdout=output)
+                time.sleep(seconds)
+                end(request)
+                output.seek(0)
+                parts = output.read().count(b"Content-Length:")
+            return int(contents(self.site.path("/tmp/count"))), parts
+
+        short, few = allocations(0.7)
+        long, many = allocations(2.5)
+        self.assertGreater(many, few + 10)
+        self.assertEqual(long, short, f"{few} and {many} pictures")
 
     def test_ffprobe_reads_the_stream(self):
         url = self.site.url + self.site.api_path(API, "Stream", {"cameraId": self.clock, "format": "mjpeg",

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <algorithm>
 #include <list>
+#include <map>
 
 #include "capture.h"
 #include "ring_fixture.h"
@@ -14,6 +15,21 @@ namespace {
 class Pins : public RingTest {
  protected:
   std::uint64_t Dropped() const { return ring->framesDropped.load(); }
+
+  // The index never describes bytes twice: each frame in it ends before the next one begins, within one round.
+  void ExpectSoundIndex() const {
+    std::map<std::uint64_t, std::uint64_t> frames;  // begin and end of what the entries name
+    for (const oculora::RingEntry& entry : ring->entries) {
+      if (entry.number != 0) frames[entry.position] = entry.position + entry.size;
+    }
+    ASSERT_FALSE(frames.empty());
+    std::uint64_t end = 0;
+    for (const auto& frame : frames) {
+      EXPECT_LE(end, frame.first);
+      end = frame.second;
+    }
+    EXPECT_LE(end - frames.begin()->first, ring->dataBytes);
+  }
 };
 
 TEST_F(Pins, HeldFramesStayWhileTheWriterLaps) {
@@ -26,6 +42,7 @@ TEST_F(Pins, HeldFramesStayWhileTheWriterLaps) {
     ASSERT_GT(seq, kSeqNone) << "dropped although there is room";
     Reader watcher(fifo.get());
     ASSERT_EQ(watcher.Latest(kSeqNone), seq);
+    if (i % 10 == 0) ExpectSoundIndex();
     if (i % 150 != 0 || held.size() == 10) continue;
     ASSERT_EQ(readers.emplace_back(fifo.get()).Latest(kSeqNone), seq);
     const unsigned char* data = readers.back().info.entry.data;
@@ -76,12 +93,12 @@ TEST_F(Pins, FramesOfAnySizeFitUpToTheWholeRing) {
   EXPECT_EQ(writer.Write(tooLarge.data(), 0, 0, 0, 1), -1);
 }
 
-// Reads in every way while another process writes as fast as it can into a ring of a few frames.
+// Reads in every way while another process writes as fast as it can into a ring of two or three frames.
 TEST_F(Pins, NoReadEverGivesHalfAPicture) {
-  Make(200 * kKiB);
+  Make(60 * kKiB);
   Child child([this] {
     for (std::uint32_t i = 0;; ++i) {
-      Write(8 + i * 7919 % 50000, i % 3 == 0 ? FRAME_FLAG_KEY : 0);
+      Write(8 + i * 7919 % 30000, i % 3 == 0 ? FRAME_FLAG_KEY : 0);
       const std::vector<unsigned char> extra(i % 1000 + 1, static_cast<unsigned char>(i % 1000));
       writer.SetExtra(extra.data(), extra.size());
     }
@@ -95,9 +112,10 @@ TEST_F(Pins, NoReadEverGivesHalfAPicture) {
   std::vector<unsigned char> buffer(oculora::kMaxFrameBytes);
   int reads = 0;
   int cursor = kSeqNone;
-  while (reads < 20000) {
-    for (const int seq : {reader.Latest(kSeqNone), reader.LatestKey(kSeqNone), reader.Next(reader.info.entry.seq),
-                          copier.Latest(kSeqNone), copier.Next(copier.info.entry.seq)}) {
+  while (reads < 50000) {
+    // Behind everything, Next gives the frame that the writer is about to overwrite.
+    for (const int seq : {reader.Latest(kSeqNone), reader.LatestKey(kSeqNone), reader.Next(kSeqNone + 1),
+                          copier.Latest(kSeqNone), copier.Next(kSeqNone + 1)}) {
       ASSERT_NE(seq, -1);
       reads += seq != 0;
     }
@@ -116,7 +134,6 @@ TEST_F(Pins, NoReadEverGivesHalfAPicture) {
     fifo->GetExtra(data, size);
     for (int i = 0; i < size; ++i) ASSERT_EQ(data[i], static_cast<unsigned char>(size - 1));
   }
-  EXPECT_EQ(Dropped(), 0U);
 }
 
 TEST_F(Pins, WriterKilledAtAnyMomentLeavesAGoodRing) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "admin/command.h"
@@ -33,14 +34,23 @@ int ShowLevel() {
   return 0;
 }
 
+int FailToWrite() {
+  return Fail(std::string(kDbgLogCfgPath) + " cannot be written: " + std::strerror(errno) +
+              "; has \"oculora init\" been run?");
+}
+
 int SetLevel(const LogOptions& options) {
   if (options.level == kNotGiven) return ShowLevel();
   if (options.pids.size() > DbgLogCfg::kMaxPids) {
     return Fail("at most " + std::to_string(DbgLogCfg::kMaxPids) + " processes can be named");
   }
   if (WriteDbgLogCfg(options.level, options.pids)) return 0;
-  return Fail(std::string(kDbgLogCfgPath) + " cannot be written: " + std::strerror(errno) +
-              "; has \"oculora init\" been run?");
+  return FailToWrite();
+}
+
+int SetSystemLog(const std::string& choice) {
+  if (WriteSystemLog(choice == "on")) return 0;
+  return FailToWrite();
 }
 
 }  // namespace
@@ -52,6 +62,11 @@ void AddLogCommands(CLI::App& app, Action& action) {
   level->add_option("N", options->level, kLevels)->check(CLI::Range(0, 7));
   level->add_option("--pid", options->pids, "Only for this process; may be repeated")->check(CLI::PositiveNumber);
   level->callback([=, &action] { action = [=] { return SetLevel(*options); }; });
+
+  const auto choice = std::make_shared<std::string>();
+  CLI::App* system = group->add_subcommand("system", "Write lines to the system log as well as to the file");
+  system->add_option("CHOICE", *choice, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
+  system->callback([=, &action] { action = [=] { return SetSystemLog(*choice); }; });
 }
 
 }  // namespace oculora

@@ -26,6 +26,20 @@ volatile DbgLogCfg* Map(int fd, int protection) {
   return address == MAP_FAILED ? nullptr : static_cast<volatile DbgLogCfg*>(address);
 }
 
+// Makes the file when it is missing, with every threshold at its default.
+volatile DbgLogCfg* MapForWriting() {
+  const int fd = open(oculora::kDbgLogCfgPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return nullptr;
+  struct stat info {};
+  const bool isNew = fstat(fd, &info) == 0 && info.st_size == 0;
+  volatile DbgLogCfg* config = ftruncate(fd, sizeof(DbgLogCfg)) == 0 ? Map(fd, PROT_READ | PROT_WRITE) : nullptr;
+  close(fd);
+  if (config != nullptr && isNew) {
+    for (auto& threshold : config->levels) threshold = kDefaultLevel;
+  }
+  return config;
+}
+
 void Unmap(volatile DbgLogCfg* config) { munmap(const_cast<DbgLogCfg*>(config), sizeof(DbgLogCfg)); }
 
 }  // namespace
@@ -45,16 +59,8 @@ bool WriteDbgLogCfg(std::int32_t level, const std::vector<std::int32_t>& pids) {
     errno = EINVAL;
     return false;
   }
-  const int fd = open(kDbgLogCfgPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  struct stat info {};
-  const bool isNew = fstat(fd, &info) == 0 && info.st_size == 0;
-  volatile DbgLogCfg* config = ftruncate(fd, sizeof(DbgLogCfg)) == 0 ? Map(fd, PROT_READ | PROT_WRITE) : nullptr;
-  close(fd);
+  volatile DbgLogCfg* config = MapForWriting();
   if (config == nullptr) return false;
-  if (isNew) {
-    for (auto& threshold : config->levels) threshold = kDefaultLevel;
-  }
   // A reader takes no lock. It never finds a count whose pids are missing: the count goes to "nobody" (one impossible
   // pid) first and to its new value last.
   config->pids[0] = -1;
@@ -62,6 +68,14 @@ bool WriteDbgLogCfg(std::int32_t level, const std::vector<std::int32_t>& pids) {
   config->levels[LOG_CATEG_STREAM] = level;
   for (std::size_t i = 0; i < pids.size(); ++i) config->pids[i] = pids[i];
   config->pidCount = static_cast<std::int32_t>(pids.size());
+  Unmap(config);
+  return true;
+}
+
+bool WriteSystemLog(bool enable) {
+  volatile DbgLogCfg* config = MapForWriting();
+  if (config == nullptr) return false;
+  config->systemLog = enable ? 1 : 0;
   Unmap(config);
   return true;
 }

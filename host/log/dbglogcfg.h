@@ -14,6 +14,9 @@ constexpr char kDbgLogCfgPath[] = "/var/packages/Oculora/var/dbglog.cfg";
 // False, with errno set, when the file cannot be written or there are more pids than it holds.
 bool WriteDbgLogCfg(std::int32_t level, const std::vector<std::int32_t>& pids);
 
+// Whether lines go to the system log as well as to the file. False, with errno set, when the file cannot be written.
+bool WriteSystemLog(bool enable);
+
 // Reads it back; false when there is none or it is too short.
 bool ReadDbgLogCfg(std::int32_t& level, std::vector<std::int32_t>& pids);
 

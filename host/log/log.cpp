@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -16,9 +15,6 @@ namespace {
 
 // A line is formatted on the stack and written with one append: lines of different processes never mix.
 constexpr std::size_t kMaxLine = 4096;
-
-// The environment variable that sends lines to the system log as well; `oculora serve --syslog` sets it.
-constexpr char kSyslogVariable[] = "OCULORA_SYSLOG";
 
 // "2026-03-01 12:34:56 [1234] ERR stream/videoStreaming:120 HandleProcess: "
 int FormatPrefix(char* line, std::size_t size, const char* categ, const char* level, const char* unit, int sourceLine,
@@ -67,6 +63,17 @@ int SyslogPriority(const char* level) {
   }
 }
 
+bool WantsSystemLog() {
+  ReinitDbgLogCfg();
+  return g_pDbgLogCfg != nullptr && g_pDbgLogCfg->systemLog == 1;
+}
+
+void WriteToSystemLog(const char* level, const char* message, int length) {
+  openlog("oculora", LOG_PID, LOG_DAEMON);
+  syslog(SyslogPriority(level), "%.*s", length, message);
+  closelog();
+}
+
 }  // namespace
 
 int QmVPrintf(LOG_TYPE, const char* categ, const char* level, const char* unit, int line, const char* func,
@@ -81,10 +88,6 @@ int QmVPrintf(LOG_TYPE, const char* categ, const char* level, const char* unit, 
   const std::size_t length = static_cast<std::size_t>(prefix) + Flatten(text + prefix, used);
   text[length] = '\n';
   const int result = AppendToFile(text, length + 1);
-  if (getenv(kSyslogVariable) != nullptr) {
-    openlog("oculora", LOG_PID, LOG_DAEMON);
-    syslog(SyslogPriority(level), "%.*s", static_cast<int>(length) - prefix, text + prefix);
-    closelog();
-  }
+  if (WantsSystemLog()) WriteToSystemLog(level, text + prefix, static_cast<int>(length) - prefix);
   return result;
 }

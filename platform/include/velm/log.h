@@ -25,7 +25,8 @@ struct DbgLogCfg {
   static constexpr int kMaxPids = 64;
   std::int32_t reserved0;
   std::int32_t levels[LOG_CATEG_COUNT];  // threshold of category C at byte 4 + 4 * C; of category 63 at byte 256
-  std::int32_t reserved1[448];
+  std::int32_t systemLog;                // 1: lines go to the system log as well
+  std::int32_t reserved1[447];
   std::int32_t pidCount;  // 0 or less: the thresholds apply to every process
   std::int32_t pids[kMaxPids];
 };

@@ -1,6 +1,9 @@
 // The log gate against the shared configuration, and what reaches the file.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,6 +60,30 @@ TEST_F(LogGate, RefusesWhatTheRecordCannotHold) {
   EXPECT_FALSE(oculora::WriteDbgLogCfg(3, std::vector<std::int32_t>(DbgLogCfg::kMaxPids + 1, 2)));
   WriteFile(oculora::kDbgLogCfgPath, "too short");
   EXPECT_EQ(Threshold(), 3);
+}
+
+// A system log of the test's own: a socket where the C library looks for one, in a /dev that only this process sees.
+TEST_F(LogGate, LinesGoToTheSystemLogWhenAsked) {
+  ASSERT_EQ(mount("tmpfs", "/dev", "tmpfs", 0, nullptr), 0);
+  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+  const sockaddr_un address{AF_UNIX, "/dev/log"};
+  ASSERT_EQ(bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  const auto received = [&] {
+    char text[512] = "";
+    return recv(log, text, sizeof(text) - 1, 0) > 0 ? std::string(text) : std::string();
+  };
+  QM_LOG_ALWAYS("func", "not asked\n");
+  EXPECT_EQ(received(), "");
+  ASSERT_TRUE(oculora::WriteSystemLog(true));
+  QM_LOG(LOG_LEVEL_ERROR, "asked %d\n", 7);
+  EXPECT_NE(received().find("asked 7"), std::string::npos);
+  ASSERT_TRUE(oculora::WriteDbgLogCfg(5, {}));
+  EXPECT_EQ(Threshold(), 5);
+  ASSERT_TRUE(oculora::WriteSystemLog(false));
+  QM_LOG_ALWAYS("func", "no more\n");
+  EXPECT_EQ(received(), "");
+  close(log);
+  umount2("/dev", MNT_DETACH);
 }
 
 TEST_F(LogGate, ArgumentsOfADisabledLineAreNotEvaluated) {

@@ -22,7 +22,7 @@
 namespace oculora {
 namespace {
 
-constexpr unsigned long long kMiB = 1024 * 1024;
+constexpr unsigned long long kMiB = 1ULL << 20;
 
 // What the loader misses for `program`, one name; empty when it can be started.
 std::string MissingLibrary(const std::string& program) {
@@ -154,7 +154,7 @@ void CheckClock(Findings& findings) {
   struct tm local {};
   strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", localtime_r(&now, &local));
   const std::string clock = std::string("the clock says ") + text.data();
-  constexpr time_t kSlack = 24 * 3600;
+  constexpr time_t kSlack = 86400;
   if (stat("/proc/self/exe", &self) == 0 && now + kSlack < self.st_mtime) {
     NoteFailure(findings, clock + ", which was before this program was built", "set it, or sessions will not last");
   } else if (struct stat records{}; stat(kRecordsPath, &records) == 0 && now + kSlack < records.st_mtime) {

@@ -6,25 +6,38 @@
 
 #include "admin/command.h"
 
-int main(int argc, char** argv) {
-  umask(077);  // records, keys and logs concern nobody else
+namespace {
+
+int Run(int argc, char** argv) {
   CLI::App app{"Sets up, serves and examines a video site", "oculora"};
   app.set_help_all_flag("--help-all", "Help for all commands");
   oculora::Action action;
+  oculora::AddSiteCommands(app, action);
+  oculora::AddCameraCommands(app, action);
+  oculora::AddUserCommands(app, action);
+  oculora::AddKeyCommands(app, action);
+  oculora::AddServerCommands(app, action);
+  oculora::AddLogCommands(app, action);
   try {
-    oculora::AddSiteCommands(app, action);
-    oculora::AddCameraCommands(app, action);
-    oculora::AddUserCommands(app, action);
-    oculora::AddKeyCommands(app, action);
-    oculora::AddServerCommands(app, action);
-    oculora::AddLogCommands(app, action);
     app.parse(argc, argv);
-    if (action) return action();
-    fputs("A command is missing.\nRun with --help or --help-all for more information.\n", stderr);
-    return 2;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
-  } catch (const std::exception& error) {
-    return oculora::Fail(error.what());
   }
+  if (action) return action();
+  fputs("A command is missing.\nRun with --help or --help-all for more information.\n", stderr);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  umask(077);  // records, keys and logs concern nobody else
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "oculora: %s\n", error.what());
+  } catch (...) {
+    fputs("oculora: something unknown went wrong\n", stderr);
+  }
+  return 1;
 }

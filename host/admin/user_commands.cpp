@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kMinPassword = 8;
 constexpr std::size_t kMaxPassword = 1024;
-constexpr std::int64_t kSessionSeconds = 7 * 24 * 3600;
+constexpr std::int64_t kSessionSeconds = std::int64_t{7} * 24 * 3600;  // as long as a log-in on the page
 
 struct UserOptions {
   std::string name;

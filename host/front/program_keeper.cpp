@@ -73,7 +73,10 @@ std::vector<pid_t> OwnChildren() {
 
 ProgramKeeper::ProgramKeeper() {
   sigemptyset(&m_Signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&m_Signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGCHLD}) sigaddset(&m_Signals, signal);
+  // Under nohup the end of the terminal is none of its business.
+  struct sigaction hangUp {};
+  if (sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) sigaddset(&m_Signals, SIGHUP);
   sigprocmask(SIG_BLOCK, &m_Signals, &m_OldMask);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
 }

@@ -13,7 +13,8 @@
 
 namespace oculora {
 
-// One per process: it takes over SIGINT, SIGTERM and SIGCHLD, and adopts orphaned descendants. One thread.
+// One per process: it takes over SIGINT, SIGTERM, SIGHUP (unless ignored) and SIGCHLD, and adopts orphaned descendants.
+// One thread.
 class ProgramKeeper {
  public:
   ProgramKeeper();
@@ -29,7 +30,7 @@ class ProgramKeeper {
   // meanwhile, or the process was told to stop.
   bool WaitUntil(const std::function<bool()>& ready, int seconds);
 
-  // Restarts what ends, with growing pauses, until SIGINT or SIGTERM arrives.
+  // Restarts what ends, with growing pauses, until one of them arrives.
   void Run();
 
   // Ends the programs in reverse order of their start: SIGTERM, SIGKILL for those that take longer than ten seconds or

@@ -30,7 +30,7 @@ std::string FindInPath(const std::string& name) {
   directories += ":/usr/sbin:/sbin:/usr/local/sbin";  // ordinary users lack them
   for (std::size_t start = 0; start <= directories.size();) {
     const std::size_t end = std::min(directories.find(':', start), directories.size());
-    const std::string candidate = directories.substr(start, end - start) + "/" + name;
+    std::string candidate = directories.substr(start, end - start) + "/" + name;
     if (candidate.front() == '/' && access(candidate.c_str(), X_OK) == 0) return candidate;
     start = end + 1;
   }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kLogUnit[] = "account";
 constexpr char kLockPath[] = "/var/packages/Oculora/var/login.lock";
-constexpr std::int64_t kSessionSeconds = 7 * 24 * 3600;
+constexpr std::int64_t kSessionSeconds = 604800;  // a week
 constexpr int kErrNoSession = 105;
 constexpr int kErrWrongPassword = 410;
 constexpr int kErrTooManyAttempts = 411;

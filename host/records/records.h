@@ -87,7 +87,8 @@ class Database {
   std::optional<UserRecord> FindUser(const std::string& name);
   std::optional<UserRecord> FindUserByUid(int uid);
   std::vector<UserRecord> ListUsers();
-  bool AddUser(UserRecord user, const std::string& passwordHash);  // or replaces password and rights of that name
+  // Or replaces password and rights of that name, which ends its sessions. The uid is chosen here.
+  bool AddUser(const UserRecord& user, const std::string& passwordHash);
   std::optional<std::string> PasswordHash(const std::string& name);
 
   std::optional<SessionRecord> FindSession(const std::string& id, std::int64_t nowSeconds);  // live ones only

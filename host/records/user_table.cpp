@@ -37,7 +37,7 @@ std::vector<UserRecord> Database::ListUsers() {
   return users;
 }
 
-bool Database::AddUser(UserRecord user, const std::string& passwordHash) {
+bool Database::AddUser(const UserRecord& user, const std::string& passwordHash) {
   if (!IsUserName(user.name)) {
     m_Impl->lastError = "a user's name has 1 to 64 characters, none of them a space or a control character";
     return false;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/shm.h>
+#include <velm/camera.h>
 #include <velm/shmstream.h>
 
 #include <memory>
@@ -63,7 +64,7 @@ class RingTest : public testing::Test {
   int Write(std::size_t size, int flags = FRAME_FLAG_KEY) {
     picture.resize(size);
     FillPicture(picture, ++pictures);
-    return writer.Write(picture.data(), size, flags, pictures, 3);
+    return writer.Write(picture.data(), size, flags, pictures, videoType);
   }
 
   oculora::RingWriter writer;
@@ -71,4 +72,5 @@ class RingTest : public testing::Test {
   oculora::Ring* ring = nullptr;  // the bytes themselves, through `fifo`
   std::vector<unsigned char> picture;
   std::uint32_t pictures = 0;
+  std::int32_t videoType = VIDEO_TYPE_H264;
 };

@@ -17,7 +17,7 @@ constexpr std::int64_t kSessionSeconds = 604800;  // a week
 constexpr int kErrNoSession = 105;
 constexpr int kErrWrongPassword = 410;
 constexpr int kErrTooManyAttempts = 411;
-constexpr int kLockTimeoutMs = 10000;
+constexpr int kLockTimeoutMs = 5000;
 constexpr std::size_t kMaxPasswordBytes = 1024;
 
 // The hash of a password nobody knows, at the cost of real ones: whether a name exists must not show in the time.
@@ -39,13 +39,11 @@ void RefuseRecords(const Database& database, VELM::APIResponse& response) {
   response.SetError(kErrRecords, "the records of this system cannot be written");
 }
 
-// One password at a time on the whole host: each costs 64 MiB on purpose, and a crowd must not fill the memory.
-bool CheckPassword(Database& database, const std::string& name, const std::string& password) {
+// Whether the password is right; nothing when it cannot be checked now. One at a time on the whole host: each check
+// costs 64 MiB on purpose, and a crowd must not fill the memory.
+std::optional<bool> CheckPassword(Database& database, const std::string& name, const std::string& password) {
   QmFlock lock(kLockPath);
-  if (lock.LockEx(kLockTimeoutMs) != 0) {
-    HOST_LOG_ERROR("No password can be checked: %s stays locked or cannot be made.\n", kLockPath);
-    return false;
-  }
+  if (lock.LockEx(kLockTimeoutMs) != 0) return std::nullopt;
   const std::optional<std::string> hash = database.PasswordHash(name);
   const bool matches = VerifyPassword(hash ? *hash : kNobodysHash, password);
   return matches && hash;
@@ -113,8 +111,13 @@ void Login(VELM::APIRequest* request, VELM::APIResponse* response) {
     response->SetError(kErrTooManyAttempts, "too many failed attempts; try again in " + std::to_string(*wait) + " s");
     return;
   }
-  const bool passed = CheckPassword(*database, name, password);
-  const std::optional<UserRecord> user = passed ? database->FindUser(name) : std::nullopt;
+  const std::optional<bool> passed = CheckPassword(*database, name, password);
+  if (!passed) {
+    HOST_LOG_ERROR("No password can be checked: %s stays locked or cannot be made.\n", kLockPath);
+    response->SetError(kErrTooManyAttempts, "too many people are logging in; try again");
+    return;
+  }
+  const std::optional<UserRecord> user = *passed ? database->FindUser(name) : std::nullopt;
   if (!user) {
     HOST_LOG_ERROR("Log-in of \"%s\" from %s failed.\n", ForLog(name).c_str(), ForLog(address).c_str());
     response->SetError(kErrWrongPassword, "wrong name or password");

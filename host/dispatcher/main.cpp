@@ -28,6 +28,8 @@ int ServeRequest(std::string_view method) {
     }
   } catch (const std::exception& exception) {
     Refuse(response, oculora::kErrInternal, "internal error", exception.what());
+  } catch (...) {
+    Refuse(response, oculora::kErrInternal, "internal error", "something that is no exception was thrown");
   }
   return oculora::WriteAnswer(response, headersOnly) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

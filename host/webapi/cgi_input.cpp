@@ -5,14 +5,17 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 
 namespace oculora {
 namespace {
 
 constexpr int kSilenceMs = 15000;
+constexpr auto kWholeBody = std::chrono::seconds(60);  // for those who send a byte now and then
 constexpr char kFormType[] = "application/x-www-form-urlencoded";
 
 std::string FromEnv(const char* name) {
@@ -20,11 +23,14 @@ std::string FromEnv(const char* name) {
   return value != nullptr ? value : std::string();
 }
 
-// Some bytes, at least one; 0 when the client is gone or silent.
-std::size_t ReadSome(int fd, char* data, std::size_t size) {
+using Clock = std::chrono::steady_clock;
+
+// Some bytes, at least one; 0 when the client is gone, silent or late.
+std::size_t ReadSome(int fd, char* data, std::size_t size, Clock::time_point deadline) {
   for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     pollfd ready{fd, POLLIN, 0};
-    const int count = poll(&ready, 1, kSilenceMs);
+    const int count = left > 0 ? poll(&ready, 1, static_cast<int>(std::min<std::int64_t>(left, kSilenceMs))) : 0;
     if (count == 0 || (count < 0 && errno != EINTR)) return 0;
     if (count < 0) continue;
     const ssize_t got = read(fd, data, size);
@@ -34,8 +40,9 @@ std::size_t ReadSome(int fd, char* data, std::size_t size) {
 }
 
 bool ReadExactly(int fd, std::string& body) {
+  const Clock::time_point deadline = Clock::now() + kWholeBody;
   for (std::size_t done = 0; done < body.size();) {
-    const std::size_t got = ReadSome(fd, body.data() + done, body.size() - done);
+    const std::size_t got = ReadSome(fd, body.data() + done, body.size() - done, deadline);
     if (got == 0) return false;
     done += got;
   }

@@ -26,8 +26,8 @@ struct InputFailure {
   std::string text;
 };
 
-// Fills `raw`. `fd` is read for a POST, exactly CONTENT_LENGTH bytes; a client that sends fewer and goes, or stays
-// silent for 15 s, is a failure.
+// Fills `raw`. `fd` is read for a POST, exactly CONTENT_LENGTH bytes; a client that sends fewer and goes, stays
+// silent for 15 s or needs more than a minute is a failure.
 InputFailure ReadCgiRequest(int fd, RawRequest& raw);
 
 }  // namespace oculora

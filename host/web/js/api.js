@@ -23,6 +23,8 @@ const SENTENCES = {
   404: 'The camera is still being set up.',
   405: 'The camera was removed.',
   [WRONG_PASSWORD]: 'The name or the password is wrong.',
+  411: 'Too many failed attempts. Please try again in a minute.',
+  413: 'The request is too large.',
 };
 
 export class ApiError extends Error {

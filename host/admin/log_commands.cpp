@@ -60,7 +60,9 @@ void AddLogCommands(CLI::App& app, Action& action) {
   CLI::App* group = app.add_subcommand("log", "How much the streaming module logs");
   CLI::App* level = group->add_subcommand("level", "Show or set the log level");
   level->add_option("N", options->level, kLevels)->check(CLI::Range(0, 7));
-  level->add_option("--pid", options->pids, "Only for this process; may be repeated")->check(CLI::PositiveNumber);
+  level->add_option("--pid", options->pids, "Only for this process; may be repeated")
+      ->check(CLI::PositiveNumber)
+      ->allow_extra_args(false);
   level->callback([=, &action] { action = [=] { return SetLevel(*options); }; });
 
   const auto choice = std::make_shared<std::string>();

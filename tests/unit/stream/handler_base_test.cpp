@@ -20,7 +20,6 @@ class BareHandler : public BareBase {
   using BareBase::GetAPIInfo;
   using BareBase::GetAPIInfoStr;
   using BareBase::GetUid;
-  using BareBase::IsRedirectCgi;
   using BareBase::m_IsRelayedCmd;
   using BareBase::SetErrorCode;
   using BareBase::WriteErrorResponse;
@@ -117,15 +116,6 @@ TEST_F(HandlerBase, NamesTheCallForForwarding) {
   EXPECT_EQ(call.handler.GetAPIInfoStr(), "api=VELM.Oculora.Stream.VideoStreaming&method=Stream&version=1");
   EXPECT_EQ(call.handler.GetAPIInfo()["version"].asInt(), 1);
   EXPECT_TRUE(call.handler.GetRedirectPrivData(5).isNull());
-}
-
-TEST_F(HandlerBase, ARedirectIsBelievedFromAPairOrAKeyOnly) {
-  WriteFile("/var/packages/Oculora/target/@rtsp_info/rtsp_key", "7=key/key2\n");
-  const std::string redirect = "&isRedirectCgi=1&cameraId=7";
-  EXPECT_FALSE(Call(Request("Query", redirect + Sid("anna"))).handler.IsRedirectCgi());
-  EXPECT_FALSE(Call(Request("Query", redirect + Sid("anna") + "&StmKey=wrong")).handler.IsRedirectCgi());
-  EXPECT_TRUE(Call(Request("Query", redirect + "&StmKey=key2")).handler.IsRedirectCgi());
-  EXPECT_TRUE(Call(Request("Query", redirect + PairParams("NVR"), PairCookies())).handler.IsRedirectCgi());
 }
 
 TEST_F(HandlerBase, ARemoteCameraNeedsTheCentralHost) {

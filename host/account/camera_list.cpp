@@ -1,5 +1,6 @@
 // The list of cameras as a viewer may see it.
 #include "account/account.h"
+#include "records/camera_names.h"
 #include "records/records.h"
 #include "shm/ring_writer.h"
 #include "velm/admission.h"
@@ -9,32 +10,6 @@ namespace oculora {
 namespace {
 
 constexpr int kErrNoSession = 105;
-
-const char* TypeName(int videoType) {
-  switch (videoType) {
-    case VIDEO_TYPE_MJPEG:
-      return "mjpeg";
-    case VIDEO_TYPE_MPEG4:
-      return "mpeg4";
-    case VIDEO_TYPE_MXPEG:
-      return "mxpeg";
-    default:
-      return "h264";
-  }
-}
-
-const char* StateName(SourceState state) {
-  switch (state) {
-    case SourceState::kIdle:
-      return "idle";
-    case SourceState::kConnecting:
-      return "connecting";
-    case SourceState::kStreaming:
-      return "streaming";
-    default:
-      return "failed";
-  }
-}
 
 struct Condition {
   const char* state;
@@ -65,7 +40,7 @@ Json::Value Describe(const CameraRecord& camera, bool recorderRuns) {
   Json::Value item;
   item["id"] = camera.id;
   item["name"] = camera.name;
-  item["type"] = TypeName(camera.videoType);
+  item["type"] = VideoTypeName(camera.videoType);
   item["remote"] = camera.ownerNdId != 0;
   item["enabled"] = camera.enabled;
   item["state"] = condition.state;

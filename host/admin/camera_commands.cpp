@@ -9,6 +9,7 @@
 #include "admin/camera_source.h"
 #include "admin/command.h"
 #include "admin/key_file.h"
+#include "records/camera_names.h"
 
 namespace oculora {
 namespace {

@@ -105,20 +105,4 @@ int VideoTypeByName(const std::string& name) {
   return 0;
 }
 
-const char* VideoTypeName(int type) {
-  switch (type) {
-    case VIDEO_TYPE_MJPEG:
-      return "mjpeg";
-    case VIDEO_TYPE_MPEG4:
-      return "mpeg4";
-    case VIDEO_TYPE_H264:
-    case VIDEO_TYPE_H264_PLUS:
-      return "h264";
-    case VIDEO_TYPE_MXPEG:
-      return "mxpeg";
-    default:
-      return "?";
-  }
-}
-
 }  // namespace oculora

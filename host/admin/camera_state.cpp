@@ -5,22 +5,10 @@
 #include <chrono>
 #include <thread>
 
+#include "records/camera_names.h"
+
 namespace oculora {
 namespace {
-
-const char* StateName(SourceState state) {
-  switch (state) {
-    case SourceState::kIdle:
-      return "idle";
-    case SourceState::kConnecting:
-      return "connecting";
-    case SourceState::kStreaming:
-      return "streaming";
-    case SourceState::kFailed:
-      return "failed";
-  }
-  return "failed";
-}
 
 void Judge(CameraState& camera, bool recorderRuns) {
   const auto ring = std::find_if(camera.streams.begin(), camera.streams.end(),

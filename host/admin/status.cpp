@@ -12,6 +12,7 @@
 #include "front/listener.h"
 #include "front/serve.h"
 #include "recorder/clock.h"
+#include "records/camera_names.h"
 #include "velm/process.h"
 
 namespace oculora {

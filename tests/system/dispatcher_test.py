@@ -303,7 +303,7 @@ class Closure(unittest.TestCase):
                 if file == MODULE and not os.path.exists(file):
                     self.skipTest("the module is not built")
                 loaded = subprocess.run(["ldd", file], capture_output=True, text=True, check=True).stdout
-                self.assertIn("liboculora-host" if file != Closure.host() else "libsqlite3", loaded)
+                self.assertIn("liboculora-host" if file != Closure.host() else "libjsoncpp", loaded)
                 self.assertNotIn("not found", loaded)
                 self.assertEqual([], self.FORBIDDEN.findall(loaded), loaded)
 

@@ -1,6 +1,9 @@
 // Opening records: made, missing, damaged, locked, left in the middle of a transaction.
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "capture.h"
 #include "records_fixture.h"
@@ -46,7 +49,8 @@ TEST_F(RecordsTest, FailuresAreSentencesThatNameTheFileAndARemedy) {
       {"garbage", [this] { WriteFile(m_Path, std::string(8192, 'x')); }, Database::Mode::kReadWrite, "damaged"},
       {"newer", [this] { Make(), Sql(m_Path, "UPDATE version SET version = 7"); }, Database::Mode::kCreate,
        "version 7"},
-      {"a directory", [this] { std::filesystem::create_directory(m_Path); }, Database::Mode::kReadOnly, "cannot be read"},
+      {"a directory", [this] { std::filesystem::create_directory(m_Path); }, Database::Mode::kReadOnly,
+       "cannot be read"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
@@ -89,14 +93,21 @@ TEST_F(RecordsTest, OpenReaderDoesNotHoldUpAWriter) {
   EXPECT_FALSE(reader.LoadCamera(1)->enabled);
 }
 
+// From another process: file locks do not hold between two copies of the library in one.
 TEST_F(RecordsTest, LockedRecordsAreAnErrorAfterTheTimeout) {
   Database reader = (Make(), Reader());
-  sqlite3* other = nullptr;
-  ASSERT_EQ(sqlite3_open(m_Path.c_str(), &other), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-  EXPECT_EQ(reader.GetSetting("cms", "none"), "none");
-  EXPECT_NE(reader.LastError().find("locked"), std::string::npos) << reader.LastError();
-  sqlite3_close(other);
+  {
+    Child other([&] {
+      sqlite3* database = nullptr;
+      sqlite3_open(m_Path.c_str(), &database);
+      sqlite3_exec(database, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+      WriteFile(m_Path + ".locked", "");
+      pause();
+    });
+    while (!std::filesystem::exists(m_Path + ".locked")) usleep(1000);
+    EXPECT_EQ(reader.GetSetting("cms", "none"), "none");
+    EXPECT_NE(reader.LastError().find("locked"), std::string::npos) << reader.LastError();
+  }
   EXPECT_EQ(reader.GetSetting("cms", "none"), "none");
 }
 

@@ -18,9 +18,9 @@ stop_with() {
 # Prints those of the given packages that are not installed.
 missing_packages() {
   local installed package
-  installed=$(dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^ii  *//p')
+  installed=$(dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^ii  *//p') || true
   for package in "$@"; do
-    grep -qx "$package" <<<"$installed" || echo "$package"
+    grep -qxF "$package" <<<"$installed" || echo "$package"
   done
 }
 

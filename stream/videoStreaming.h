@@ -68,6 +68,9 @@ class VideoStreamingHandler : public VideoStreamingBase {
 
   bool BeginLocalView();  // signal handler and time stamp; false when this process must not stream
   void LiveviewMjpgCam();
+  void LiveviewMxpegCam();
+  void LiveviewMpeg4CamByMjpg();
+  void ForwardStream();  // of a camera that another recording server owns
 
   void FFmpegThreadStop();
 

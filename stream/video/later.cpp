@@ -1,4 +1,4 @@
-// HLS comes with a later version; until then its operations say so.
+// HLS, MxPEG, decoding and forwarding come with later versions; until then their operations say so.
 #include "videoStreaming.h"
 #include "video_unit.h"
 
@@ -21,3 +21,9 @@ void VideoStreamingHandler::HandleClose(Camera&) {
 void VideoStreamingHandler::OutputM3u8() { PrintPlainText("Unsupported format.\n\r"); }
 
 void VideoStreamingHandler::OutputHls(const std::string&) { PrintPlainText("Unsupported format.\n\r"); }
+
+void VideoStreamingHandler::LiveviewMxpegCam() { PrintPlainText("Format not supported.\n\r"); }
+
+void VideoStreamingHandler::LiveviewMpeg4CamByMjpg() { PrintPlainText("Format not supported.\n\r"); }
+
+void VideoStreamingHandler::ForwardStream() { PrintPlainText("Format not supported.\n\r"); }

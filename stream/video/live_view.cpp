@@ -20,15 +20,29 @@ bool VideoStreamingHandler::BeginLocalView() {
 }
 
 void VideoStreamingHandler::OutputMjpegStream() {
-  if (m_OwnerNdId != 0 || m_VideoType != VIDEO_TYPE_MJPEG) {
-    // Forwarding and decoding come later.
-    PrintPlainText("Format not supported.\n\r");
+  if (m_OwnerNdId != 0) {
+    ForwardStream();
     return;
   }
-  if (BeginLocalView()) LiveviewMjpgCam();
+  if (!BeginLocalView()) return;
+  if (m_VideoType == VIDEO_TYPE_MJPEG) {
+    LiveviewMjpgCam();
+  } else {
+    LiveviewMpeg4CamByMjpg();
+  }
 }
 
 void VideoStreamingHandler::OutputMxpegStream() {
-  // Forwarding and the MxPEG loop come later.
-  PrintPlainText("Format not supported.\n\r");
+  if (m_OwnerNdId != 0) {
+    ForwardStream();
+    return;
+  }
+  if (!BeginLocalView()) return;
+  QM_LOG(LOG_LEVEL_INFO, "Cam[%d]: m_VideoType: %d\n", m_CamId, m_VideoType);
+  if (m_VideoType == VIDEO_TYPE_MXPEG) {
+    LiveviewMxpegCam();
+  } else {
+    // No body at all, on purpose: a client that asks for MxPEG can show nothing else.
+    QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Wrong m_VideoType[%d] in OutputMxpegStream.\n", m_CamId, m_VideoType);
+  }
 }

@@ -22,7 +22,7 @@ constexpr char kPartEnd[] = "\r\n--" OCULORA_BOUNDARY "\r\n";
 
 // A picture that fits the pipe whole costs one wake-up of each side instead of one per 64 KiB. The kernel bounds all
 // pipes of a user to 64 MiB and then hands out tiny ones, so a viewer takes no more than this.
-constexpr int kPipeBytes = 512 * 1024;
+constexpr int kPipeBytes = 256 * 1024;
 
 iovec Piece(const void* data, std::size_t size) { return {const_cast<void*>(data), size}; }
 

@@ -96,6 +96,7 @@ class Isolation(unittest.TestCase):
             done = subprocess.run([SITE_TOOL, *argv], text=True, capture_output=True, timeout=30)
             self.assertEqual(done.returncode, 125, argv)
             self.assertIn(said, done.stderr)
+        self.assertEqual(os.listdir("/tmp").count("packages"), 0)
 
 
 class Serving(unittest.TestCase):

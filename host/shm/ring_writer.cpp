@@ -24,8 +24,8 @@ constexpr std::int64_t kReapEveryUs = 1000000;
 constexpr int kGapAttempts = 64;
 // Readers of pictures want the newest one only. A ring of pictures therefore turns round early, so that its bytes stay
 // in the caches and in few pages of each reader; the rest of the area is for times when readers hold pictures.
-constexpr std::uint64_t kPicturesKept = 8;
-constexpr std::uint64_t kPictureWindowBytes = 1048576;
+constexpr std::uint64_t kPicturesKept = 4;
+constexpr std::uint64_t kPictureWindowBytes = 524288;
 
 // The units from the start of the area after which the writer turns round.
 std::uint64_t TurningPoint(const Ring& ring, std::uint64_t units, std::int32_t videoType) {

@@ -68,4 +68,8 @@ class EncoderMP3 {
  public:
   EncoderMP3();
   ~EncoderMP3();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_Impl;
 };

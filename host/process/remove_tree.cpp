@@ -14,6 +14,9 @@ namespace {
 // Deeper trees than this are none of ours; each level holds one descriptor.
 constexpr int kMaxDepth = 32;
 
+// How often a directory is gone over whose owner still writes into it while it ends.
+constexpr int kMaxPasses = 8;
+
 bool RemoveAt(int parent, const char* name, int depth);
 
 bool RemoveChildren(DIR* dir, int depth) {
@@ -25,19 +28,31 @@ bool RemoveChildren(DIR* dir, int depth) {
   return all;
 }
 
-bool RemoveAt(int parent, const char* name, int depth) {
-  if (unlinkat(parent, name, 0) == 0) return true;
-  if ((errno != EISDIR && errno != EPERM) || depth > kMaxDepth) return false;
+enum class Pass { kGone, kRefilled, kFailed };
+
+// One pass over a directory. Somebody else may remove the same tree: what is gone is gone.
+Pass RemoveDirOnce(int parent, const char* name, int depth) {
   const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return false;
+  if (fd < 0) return errno == ENOENT ? Pass::kGone : Pass::kFailed;
   DIR* dir = fdopendir(fd);
   if (dir == nullptr) {
     close(fd);
-    return false;
+    return Pass::kFailed;
   }
   const bool all = RemoveChildren(dir, depth);
   closedir(dir);
-  return all && unlinkat(parent, name, AT_REMOVEDIR) == 0;
+  if (!all) return Pass::kFailed;
+  if (unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT) return Pass::kGone;
+  return errno == ENOTEMPTY || errno == EEXIST ? Pass::kRefilled : Pass::kFailed;
+}
+
+bool RemoveAt(int parent, const char* name, int depth) {
+  if (unlinkat(parent, name, 0) == 0) return true;
+  if (errno == ENOENT) return depth > 0;
+  if ((errno != EISDIR && errno != EPERM) || depth > kMaxDepth) return false;
+  Pass pass = Pass::kRefilled;
+  for (int i = 0; i < kMaxPasses && pass == Pass::kRefilled; ++i) pass = RemoveDirOnce(parent, name, depth);
+  return pass == Pass::kGone;
 }
 
 }  // namespace

@@ -25,6 +25,8 @@ class QmFlock {
 };
 
 // Removes a file or a whole directory tree without following symbolic links. 0, or -1 (also when there was nothing).
+// Files that another process makes meanwhile go too, unless it keeps making them; one that removes the same tree at the
+// same time is no failure.
 int QmRm(const std::string& path);
 // Creates an empty file, or sets an existing one's times to now. 0 or -1.
 int QmTouch(const std::string& path);

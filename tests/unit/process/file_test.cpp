@@ -1,6 +1,8 @@
 // File helpers: key files, trees, locks.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -9,6 +11,28 @@
 #include "velm/file.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// What another process does just before each unlinkat of this one.
+struct {
+  int writes = 0;        // so many files into a directory that is about to go
+  bool removes = false;  // the very thing
+} g_Other;
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" __attribute__((visibility("default"))) int unlinkat(int dir, const char* name, int flags) noexcept {
+  if ((flags & AT_REMOVEDIR) != 0 && g_Other.writes > 0) {
+    --g_Other.writes;
+    const int fd = openat(dir, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    close(openat(fd, "late", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    close(fd);
+  }
+  if (g_Other.removes) syscall(SYS_unlinkat, dir, name, flags);
+  return static_cast<int>(syscall(SYS_unlinkat, dir, name, flags));
+}
 
 namespace {
 
@@ -42,6 +66,29 @@ TEST(Tree, IsRemovedWithoutFollowingLinks) {
   EXPECT_TRUE(fs::exists("/tmp/outside/keep"));
   EXPECT_EQ(QmRm("/tmp/tree"), -1);
   EXPECT_EQ(QmRm(""), -1);
+}
+
+// Somebody else at work in the same tree, at the worst moments.
+TEST(Tree, IsRemovedUnderTheHandsOfWritersAndOtherRemovers) {
+  const struct {
+    const char* name;
+    int writes;
+    bool removes;
+    int result;
+  } cases[] = {{"writes once more", 1, false, 0},
+               {"writes a while", 5, false, 0},
+               {"never ends", 1 << 20, false, -1},
+               {"removes it too", 0, true, 0}};
+  for (const auto& c : cases) {
+    fs::create_directories("/tmp/busy/inner");
+    WriteFile("/tmp/busy/inner/file", "x");
+    g_Other = {c.writes, c.removes};
+    EXPECT_EQ(QmRm("/tmp/busy"), c.result) << c.name;
+    EXPECT_EQ(fs::exists("/tmp/busy"), c.result != 0) << c.name;
+    EXPECT_TRUE(c.result == 0 || g_Other.writes > (1 << 20) - 100) << c.name << ": gave up late";
+    g_Other = {};
+    fs::remove_all("/tmp/busy");
+  }
 }
 
 TEST(Directories, AreMadeWithParentsAndOnlyForThisUser) {

@@ -6,7 +6,7 @@
 PACKAGES_RUN=(lighttpd ffmpeg xz-utils)
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev libcgicc-dev libsodium-dev libcli11-dev
   libavformat-dev libavcodec-dev libavutil-dev)
-PACKAGES_TEST=(ccache libgtest-dev libgmock-dev libbenchmark-dev python3 curl chromium motion python3-gi
+PACKAGES_TEST=(ccache nginx libgtest-dev libgmock-dev libbenchmark-dev python3 curl chromium motion python3-gi
   gir1.2-gst-rtsp-server-1.0 gir1.2-gst-plugins-base-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly)
 
@@ -64,7 +64,7 @@ install_packages() {
     -o DPkg::Lock::Timeout=120 -o APT::Color=0 -o Dpkg::Use-Pty=0 "${missing[@]}" ||
     stop_with "apt-get could not install the packages (see above)"
   if [[ -d /run/systemd/system ]]; then
-    for service in lighttpd motion; do
+    for service in lighttpd motion nginx; do
       if [[ " ${missing[*]} " == *" $service "* ]]; then as_root systemctl disable --now --quiet "$service" || true; fi
     done
   fi

@@ -81,9 +81,15 @@ unsigned APIRequest::GetLoginUID() const {
 std::string APIRequest::GetRemoteIP() const { return GetEnv("REMOTE_ADDR", ""); }
 
 std::string APIRequest::GetSessionID() const {
-  std::string id = GetParam(kSessionParameter, "").asString();
-  if (id.empty()) id = GetCookie(kSessionCookie, "");
-  return IsSessionId(id) ? id : std::string();
+  const std::string given = GetParam(kSessionParameter, "").asString();
+  std::string cookie = GetCookie(kSessionCookie, "");
+  if (!IsSessionId(cookie)) cookie.clear();
+  if (given.empty()) return cookie;
+  if (!IsSessionId(given)) return {};
+  // A playlist names the session of whoever opened the stream. When that has ended, other viewers still have their own.
+  const bool choice = !cookie.empty() && cookie != given;
+  if (choice && m_State->Session(given) == nullptr && m_State->Session(cookie) != nullptr) return cookie;
+  return given;
 }
 
 std::string APIRequest::GetAPIClass() const { return GetParam("api", "").asString(); }

@@ -23,13 +23,14 @@ const char* RequestState::Env(const std::string& name) const {
 }
 
 const oculora::SessionRecord* RequestState::Session(const std::string& id) {
-  if (!m_SessionAsked && !id.empty()) {
-    m_SessionAsked = true;
-    if (oculora::Database* database = oculora::RequestDatabase()) {
-      m_Session = database->FindSession(id, std::time(nullptr));
-    }
+  if (id.empty()) return nullptr;
+  const auto [entry, news] = m_Sessions.try_emplace(id);
+  if (news) {
+    oculora::Database* database = oculora::RequestDatabase();
+    // Records that could not be read once are not waited for again.
+    if (database != nullptr && !database->IsUnreadable()) entry->second = database->FindSession(id, std::time(nullptr));
   }
-  return m_Session ? &*m_Session : nullptr;
+  return entry->second ? &*entry->second : nullptr;
 }
 
 namespace {

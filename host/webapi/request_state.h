@@ -34,7 +34,7 @@ struct RequestState {
   const std::string* Cookie(const std::string& name) const { return oculora::FindField(m_Cookies, name); }
   const char* Env(const std::string& name) const;  // null when not set
 
-  // The live session of `id`; null when there is none. The records are asked once.
+  // The live session of `id`; null when there is none. The records are asked once for each id.
   const oculora::SessionRecord* Session(const std::string& id);
 
   // Whether the sender may say that it forwards a request; see APIRequest::GetParam.
@@ -45,8 +45,7 @@ struct RequestState {
   oculora::Fields m_Parameters;
   oculora::Fields m_Cookies;
   std::string m_InputError;
-  bool m_SessionAsked = false;
-  std::optional<oculora::SessionRecord> m_Session;
+  std::map<std::string, std::optional<oculora::SessionRecord>> m_Sessions;  // the one or two ids of the request
   std::optional<bool> m_MayRedirect;
 };
 

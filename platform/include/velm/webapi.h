@@ -41,9 +41,10 @@ class APIRequest {
   unsigned GetLoginUID() const;                         // 0 without a session
   std::string GetRemoteIP() const;                      // the client's address as the front gives it
 
-  // The session id the client presented (parameter "_sid", else cookie "oculora_sid"), whether or not it is still
-  // live; empty when none was given or when it is not 16 to 64 characters of [A-Za-z0-9_-] (it becomes part of file
-  // names).
+  // The session id the client presented: parameter "_sid", else cookie "oculora_sid", whether or not it is still live.
+  // Only when both came, differ and the parameter's session is over while the cookie's lives, the cookie's (that asks
+  // the records). Empty when none was given or when it is not 16 to 64 characters of [A-Za-z0-9_-] (it becomes part of
+  // file names). The same on every call.
   std::string GetSessionID() const;
 
   std::string GetAPIClass() const;   // parameter "api"

@@ -13,6 +13,7 @@ using oculora::MakeRequest;
 namespace {
 
 constexpr char kLive[] = "live-session_0123456789";
+constexpr char kLiveToo[] = "bert-session_0123456789";
 constexpr char kOver[] = "over-session_0123456789";
 
 class RequestTest : public testing::Test {
@@ -26,6 +27,8 @@ class RequestTest : public testing::Test {
     const std::int64_t now = std::time(nullptr);
     ASSERT_TRUE(database->AddSession(kLive, uid, now, now + 600));
     ASSERT_TRUE(database->AddSession(kOver, uid, now - 600, now - 1));
+    ASSERT_TRUE(database->AddUser({.name = "bert"}, "x"));
+    ASSERT_TRUE(database->AddSession(kLiveToo, database->FindUser("bert")->uid, now, now + 600));
   }
 };
 
@@ -70,6 +73,27 @@ TEST_F(RequestTest, SessionSaysWhoAsks) {
     EXPECT_FALSE(other->IsAuthorized() || other->IsAdmin() || other->HasAppPriv(oculora::kAppPrivilege)) << id;
     EXPECT_EQ(other->GetLoginUserName(), "");
     EXPECT_EQ(other->GetLoginUID(), 0U);
+  }
+}
+
+// Playlist entries carry the session of whoever opened the stream; another viewer's browser adds its own cookie.
+TEST_F(RequestTest, CookieCountsWhenTheSessionNamedIsOver) {
+  const struct {
+    const char* name;
+    std::string named, cookie, user, id;
+  } cases[] = {
+      {"both live", kLive, kLiveToo, "anna", kLive},
+      {"the one named is over", kOver, kLiveToo, "bert", kLiveToo},
+      {"the cookie's is over", kLive, kOver, "anna", kLive},
+      {"neither lives", "unknown_0123456789abcdef", kOver, "", "unknown_0123456789abcdef"},
+      {"the same twice", kOver, kOver, "", kOver},
+      {"a cookie that is no id", kOver, "../../etc", "", kOver},
+  };
+  for (const auto& test : cases) {
+    const auto request = MakeRequest({"_sid=" + test.named, "", "oculora_sid=" + test.cookie, {}});
+    EXPECT_EQ(request->GetSessionID(), test.id) << test.name;
+    EXPECT_EQ(request->GetLoginUserName(), test.user) << test.name;
+    EXPECT_EQ(request->IsAuthorized(), !test.user.empty()) << test.name;
   }
 }
 

@@ -21,7 +21,7 @@ int Camera::Load(int id, int /*mountId*/, int /*flags*/) {
   for (Profile& profile : m_Profiles) profile = Profile{};
   for (const oculora::ProfileRecord& profile : record->profiles) {
     if (profile.profile < 0 || profile.profile >= kProfiles) continue;
-    m_Profiles[profile.profile] = {profile.streamNo, {profile.fps, profile.width, profile.height}};
+    m_Profiles[profile.profile] = {profile.streamNo, {profile.KnownFps(), profile.width, profile.height}};
   }
   return 0;
 }

@@ -11,7 +11,7 @@ namespace {
 // One row a profile; a camera without profiles has one row with NULL in the profile columns.
 #define CAMERA_COLUMNS                                                                                   \
   "SELECT c.id, c.name, c.video_type, c.source, c.owner_server, c.id_on_server, c.enabled, c.deleting, " \
-  "c.stay_on, p.profile, p.stream_no, p.fps, p.width, p.height "                                         \
+  "c.stay_on, p.profile, p.stream_no, p.fps, p.width, p.height, p.measured_fps "                         \
   "FROM cameras c LEFT JOIN camera_profiles p ON p.camera = c.id "
 
 CameraRecord ReadCamera(const Statement& row) {
@@ -30,7 +30,7 @@ CameraRecord ReadCamera(const Statement& row) {
 
 void AddProfile(const Statement& row, CameraRecord& camera) {
   if (row.IsNull(9)) return;
-  camera.profiles.push_back({row.Int(9), row.Int(10), row.Int(11), row.Int(12), row.Int(13)});
+  camera.profiles.push_back({row.Int(9), row.Int(10), row.Int(11), row.Int(12), row.Int(13), row.Int(14)});
 }
 
 bool HasControlCharacter(const std::string& text) {
@@ -61,7 +61,9 @@ std::string CheckCamera(const CameraRecord& camera) {
 
 bool InsertProfiles(DatabaseImpl& database, int camera, const std::vector<ProfileRecord>& profiles) {
   for (const ProfileRecord& profile : profiles) {
-    Statement insert(database, "INSERT INTO camera_profiles VALUES (?, ?, ?, ?, ?, ?)");
+    Statement insert(database,
+                     "INSERT INTO camera_profiles (camera, profile, stream_no, fps, width, height) "
+                     "VALUES (?, ?, ?, ?, ?, ?)");
     insert.Bind(camera).Bind(profile.profile).Bind(profile.streamNo);
     insert.Bind(profile.fps).Bind(profile.width).Bind(profile.height);
     if (!insert.Run()) return false;
@@ -130,6 +132,11 @@ bool Database::RemoveCamera(int id) {
 bool Database::SetCameraEnabled(int id, bool enabled) {
   Statement update(*m_Impl, "UPDATE cameras SET enabled = ? WHERE id = ?");
   return update.Bind(enabled).Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
+}
+
+bool Database::SetMeasuredFps(int id, int fps) {
+  Statement update(*m_Impl, "UPDATE camera_profiles SET measured_fps = ? WHERE camera = ? AND fps = 0");
+  return update.Bind(fps).Bind(id).Run();
 }
 
 }  // namespace oculora

@@ -6,13 +6,13 @@
 #include <cstring>
 
 #include "records/database_impl.h"
+#include "records/migrations.h"
 #include "records/statement.h"
 #include "schema.h"
 
 namespace oculora {
 namespace {
 
-constexpr int kSchemaVersion = 1;
 constexpr int kBusyTimeoutMs = 2000;
 
 void SetError(std::string* target, std::string text) {
@@ -83,24 +83,32 @@ int ReadVersion(DatabaseImpl& database) {
   return version.Row() ? version.Int(0) : -1;
 }
 
-bool MakeSchema(DatabaseImpl& database) {
+void NoteTooNew(DatabaseImpl& database, int version) {
+  database.lastError = "the records " + database.path + " have version " + std::to_string(version) +
+                       ", this program knows version " + std::to_string(kSchemaVersion) + "; use the newer program";
+}
+
+// Makes the schema in an empty file, or brings an earlier one up to date.
+bool UpdateSchema(DatabaseImpl& database) {
   Transaction transaction(database);
   if (!transaction.IsOpen()) return false;
-  // Two programs may have met here: only the first finds the file empty.
+  // Several programs may have met here: only the first finds something to do.
   const int version = ReadVersion(database);
   if (version == kSchemaVersion) return true;
-  return version == 0 && database.Execute(kSchemaSql) && transaction.Commit();
+  if (version > kSchemaVersion) NoteTooNew(database, version);
+  if (version < 0 || version > kSchemaVersion) return false;
+  return (version == 0 ? database.Execute(kSchemaSql) : Migrate(database, version)) && transaction.Commit();
 }
 
 bool CheckSchema(DatabaseImpl& database, bool create) {
   const int version = ReadVersion(database);
   if (version == kSchemaVersion) return true;
+  if (version > 0 && version < kSchemaVersion) return UpdateSchema(database);
   if (version == 0) {
-    if (create) return MakeSchema(database);
+    if (create) return UpdateSchema(database);
     database.lastError = "the records " + database.path + " are empty; make them with \"oculora init\"";
   } else if (version > 0) {
-    database.lastError = "the records " + database.path + " have version " + std::to_string(version) +
-                         ", this program knows version " + std::to_string(kSchemaVersion) + "; use the newer program";
+    NoteTooNew(database, version);
   }
   return false;
 }
@@ -131,6 +139,11 @@ sqlite3_stmt* DatabaseImpl::Prepare(const char* sql) {
   sqlite3_stmt* statement = nullptr;
   int code = sqlite3_prepare_v2(connection, sql, -1, &statement, nullptr);
   if (code == SQLITE_READONLY_ROLLBACK && RecoverJournal()) {
+    code = sqlite3_prepare_v2(connection, sql, -1, &statement, nullptr);
+  }
+  // A table or column that is missing: the records are of another version.
+  if (code == SQLITE_ERROR && checkSchemaLate) {
+    if (!UpdateLate()) return nullptr;
     code = sqlite3_prepare_v2(connection, sql, -1, &statement, nullptr);
   }
   if (code != SQLITE_OK) {
@@ -164,6 +177,17 @@ bool DatabaseImpl::RecoverJournal() const {
          writer.Execute("SELECT count(*) FROM sqlite_master");
 }
 
+bool DatabaseImpl::UpdateLate() {
+  checkSchemaLate = false;
+  DatabaseImpl writer;
+  if (writer.Open(path.c_str(), OpenFlags(Database::Mode::kReadWrite)) == SQLITE_OK && CheckSchema(writer, false)) {
+    return true;
+  }
+  lastError = writer.lastError;
+  unreadable = true;
+  return false;
+}
+
 Transaction::~Transaction() {
   if (m_Open) sqlite3_exec(m_Database.connection, "ROLLBACK", nullptr, nullptr, nullptr);
 }
@@ -190,6 +214,7 @@ std::optional<Database> Database::Open(Mode mode, std::string* error, const char
   auto impl = std::make_unique<Impl>();
   bool good = impl->Open(path, OpenFlags(mode)) == SQLITE_OK;
   // Requests skip this: they find out with their first question, at no extra cost.
+  impl->checkSchemaLate = mode == Mode::kReadOnly;
   if (good && mode != Mode::kReadOnly) {
     good = CheckSchema(*impl, mode == Mode::kCreate) && impl->Execute("PRAGMA foreign_keys = ON");
   }

@@ -29,12 +29,15 @@ struct DatabaseImpl {
   void NoteError(int code);
   // Rolls a transaction back that a killed writer left behind; a read-only connection cannot do it.
   bool RecoverJournal() const;
+  // What opening for writing does about records of an earlier version, done when a reader has met them.
+  bool UpdateLate();
 
   std::string path;
   sqlite3* connection = nullptr;
   std::vector<std::pair<const char*, sqlite3_stmt*>> statements;
   std::string lastError;
   bool unreadable = false;
+  bool checkSchemaLate = false;
 };
 
 struct Database::Impl : DatabaseImpl {};

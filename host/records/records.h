@@ -1,8 +1,9 @@
 // The host's records: cameras, users, sessions, privileges, servers, settings, in one SQLite file.
 //
 // Request processes open it read-only, once, on first use; the admin command, the recorder and log-in open it for
-// writing. All operations return false (or an empty optional) and set the last error on failure; none throws. A
-// Database belongs to one thread. Waits at most 2 s for another writer.
+// writing. Records of an earlier version are brought up to date by whoever meets them first. All operations return
+// false (or an empty optional) and set the last error on failure; none throws. A Database belongs to one thread. Waits
+// at most 2 s for another writer.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,9 @@ constexpr int kMobileProfile = 2;
 struct ProfileRecord {
   int profile = 0;  // 0 high, 1 balanced, 2 mobile
   int streamNo = 0;
-  int fps = 0, width = 0, height = 0;
+  int fps = 0, width = 0, height = 0;  // as declared; 0 unknown
+  int measuredFps = 0;                 // by the recorder, where no fps was declared; 0: not yet
+  int KnownFps() const { return fps > 0 ? fps : measuredFps; }  // 0: unknown
 };
 
 struct CameraRecord {
@@ -63,7 +66,8 @@ struct ServerRecord {
 
 class Database {
  public:
-  enum class Mode { kReadOnly, kReadWrite, kCreate };  // kCreate makes file and schema, or checks the schema's version
+  // Writers check the schema's version at once, readers with their first question. kCreate makes file and schema too.
+  enum class Mode { kReadOnly, kReadWrite, kCreate };
 
   ~Database();
   Database(Database&&) noexcept;
@@ -83,6 +87,8 @@ class Database {
   std::optional<int> AddCamera(const CameraRecord& camera);  // the id; empty: id or name taken, value off
   bool RemoveCamera(int id);
   bool SetCameraEnabled(int id, bool enabled);
+  // Notes the measured rate in the camera's profiles that declare none. True also when there is no such profile.
+  bool SetMeasuredFps(int id, int fps);
 
   std::optional<UserRecord> FindUser(const std::string& name);
   std::optional<UserRecord> FindUserByUid(int uid);

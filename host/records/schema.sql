@@ -1,14 +1,14 @@
 -- The records of a site: everything an administrator configured, and the sessions of people logged in.
 --
--- Version 1. A later version adds its steps to database.cpp and raises the number in `version`; nothing is ever
--- changed in place here once a release carries it. The rollback journal (not a write-ahead log) is chosen on purpose:
+-- Version 2. A later version adds its step to migrations.cpp, writes down here what the step makes of the tables (new
+-- columns last), and raises the number in `version` and there. The rollback journal (not a write-ahead log) is chosen on purpose:
 -- a reader then needs the one file only, and may open it read-only.
 
 CREATE TABLE version (
   only_row  INTEGER PRIMARY KEY CHECK (only_row = 1),
   version   INTEGER NOT NULL
 );
-INSERT INTO version VALUES (1, 1);
+INSERT INTO version VALUES (1, 2);
 
 -- One row a camera, of this host or of a recording server managed by it.
 CREATE TABLE cameras (
@@ -28,9 +28,10 @@ CREATE TABLE camera_profiles (
   camera     INTEGER NOT NULL REFERENCES cameras (id) ON DELETE CASCADE,
   profile    INTEGER NOT NULL CHECK (profile BETWEEN 0 AND 2),      -- 0 high, 1 balanced, 2 mobile
   stream_no  INTEGER NOT NULL CHECK (stream_no BETWEEN 0 AND 15),   -- 4 bits: it names the frame ring
-  fps        INTEGER NOT NULL DEFAULT 0,   -- frames a second; 0 unknown
+  fps        INTEGER NOT NULL DEFAULT 0,   -- frames a second, as declared; 0: nobody did
   width      INTEGER NOT NULL DEFAULT 0,   -- pixels; 0 unknown
   height     INTEGER NOT NULL DEFAULT 0,   -- pixels; 0 unknown
+  measured_fps  INTEGER NOT NULL DEFAULT 0,   -- frames a second, as the recorder measured them; 0 not yet
   PRIMARY KEY (camera, profile)
 ) WITHOUT ROWID;
 

@@ -64,6 +64,21 @@ TEST_F(RecordsTest, FailuresAreSentencesThatNameTheFileAndARemedy) {
   }
 }
 
+// Whoever meets records of an earlier version first: a program that writes, or a request with its first question.
+TEST_F(RecordsTest, EarlierRecordsAreBroughtUpToDateWithWhatTheyHold) {
+  for (const auto mode : {Database::Mode::kCreate, Database::Mode::kReadWrite, Database::Mode::kReadOnly}) {
+    std::filesystem::remove(m_Path);
+    ASSERT_TRUE(Make().AddCamera({.name = "Door", .videoType = 3, .source = "test:", .profiles = {{2, 1, 7}}}));
+    Sql(m_Path, "ALTER TABLE camera_profiles DROP COLUMN measured_fps; UPDATE version SET version = 1");
+    Database database = Open(mode);
+    const auto camera = database.LoadCamera(1);
+    ASSERT_TRUE(camera) << database.LastError();
+    EXPECT_EQ(camera->profiles[0].fps, 7);
+    EXPECT_FALSE(database.IsUnreadable());
+    EXPECT_EQ(Make().LoadCamera(1)->profiles[0].measuredFps, 0);
+  }
+}
+
 // A reader checks nothing when it opens: it finds out with its first question.
 TEST_F(RecordsTest, ReaderOfDamagedRecordsFindsNothingAndSaysWhy) {
   WriteFile(m_Path, std::string(8192, 'x'));

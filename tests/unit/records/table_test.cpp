@@ -30,6 +30,21 @@ TEST_F(RecordsTest, CameraComesBackAsItWasAdded) {
   EXPECT_EQ(loaded->profiles[1].streamNo, 15);
 }
 
+TEST_F(RecordsTest, MeasuredRateFillsInOnlyWhereNoneIsDeclared) {
+  Database database = Make();
+  const CameraRecord camera{.name = "A", .videoType = 3, .source = "test:", .profiles = {{0, 0, 25}, {1, 1}, {2, 1}}};
+  ASSERT_EQ(database.AddCamera(camera), 1);
+  ASSERT_EQ(database.AddCamera({.name = "B", .videoType = 3, .source = "test:", .profiles = {{2}}}), 2);
+  EXPECT_TRUE(database.SetMeasuredFps(1, 12)) << database.LastError();
+  const auto profiles = Reader().LoadCamera(1)->profiles;
+  const std::pair<int, int> expected[] = {{25, 25}, {0, 12}, {0, 12}};  // declared, known
+  ASSERT_EQ(profiles.size(), std::size(expected));
+  for (std::size_t i = 0; i < profiles.size(); ++i) {
+    EXPECT_EQ(std::pair(profiles[i].fps, profiles[i].KnownFps()), expected[i]) << i;
+  }
+  EXPECT_EQ(Reader().LoadCamera(2)->profiles[0].KnownFps(), 0);
+}
+
 TEST_F(RecordsTest, ListHoldsEachCameraOnceWithItsProfiles) {
   Database database = Make();
   ASSERT_EQ(database.AddCamera({.name = "A", .videoType = 1, .source = "test:", .profiles = {{0}, {1}, {2}}}), 1);

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "ffmpeg.h"
@@ -16,6 +17,13 @@ constexpr std::int64_t kAnalyzeUs = 100000;  // a live pipe must not be probed f
 constexpr int kDefaultFps = 10;
 constexpr unsigned kDefaultPauseUs = 100000;
 constexpr unsigned kSecondUs = 1000000;
+
+// Opens the input itself and nothing that its data names: a playlist in a pipe would have the pipe opened again, for
+// ever.
+int OpenInputOnly(AVFormatContext* input, AVIOContext** io, const char* url, int flags, AVDictionary** options) {
+  if (input->pb != nullptr) return AVERROR(EPERM);
+  return avio_open2(io, url, flags, &input->interrupt_callback, options);
+}
 
 void SetSegmentOptions(Options& options, const char* playlistPath, const char* entryPrefix) {
   options.Set("segment_time", "2");
@@ -60,6 +68,8 @@ void CopyPicture(const AVCodecParameters* input, AVStream* outputStream) {
 }  // namespace
 
 int H264TS::OpenInputFile(const char* url) {
+  m_Input = avformat_alloc_context();
+  if (m_Input != nullptr) m_Input->io_open = OpenInputOnly;
   if (avformat_open_input(&m_Input, url, nullptr, nullptr) < 0) {
     QM_LOG_ALWAYS(__func__, "Could not open source file %s.\n", url);
     return SEGMENTER_NOT_OPENED;

@@ -25,13 +25,15 @@ int QmPrintf(LOG_TYPE type, const char* categ, const char* level, const char* un
 // configuration applies to this process, against 3 otherwise. Takes no lock.
 bool LogLevelEnabled(int level);
 
-#define QM_LOG(level, ...)                                                                                            \
+#define QM_LOG(level, ...) QM_LOG_AS(__func__, level, __VA_ARGS__)
+
+// `func` is named by the caller where the line's function name is fixed: a helper logs as the operation it belongs to.
+#define QM_LOG_AS(func, level, ...)                                                                                   \
   do {                                                                                                                \
     if (LogLevelEnabled(level)) {                                                                                     \
       QmPrintf(LOG_TYPE_DEFAULT, Enum2String(LOG_CATEG_STREAM), Enum2String(static_cast<LOG_LEVEL>(level)), kLogUnit, \
-               __LINE__, __func__, __VA_ARGS__);                                                                      \
+               __LINE__, func, __VA_ARGS__);                                                                          \
     }                                                                                                                 \
   } while (false)
 
-// `func` is named by the caller where the line's function name is fixed.
 #define QM_LOG_ALWAYS(func, ...) QmPrintf(LOG_TYPE_DEFAULT, nullptr, nullptr, kLogUnit, __LINE__, func, __VA_ARGS__)

@@ -7,7 +7,15 @@
 //   video/view_file.cpp        CheckTimeStamp: the hand-over between views of one session
 //   video/live_mjpeg.cpp       LiveviewMjpgCam
 //   video/query.cpp            HandleQuery
-//   video/process_control.cpp  SetupSignalHandler, FFmpegThreadStop
+//   video/open.cpp             HandleOpen
+//   video/close.cpp            HandleClose
+//   video/remux_count.cpp      IncFfmpegRefCnt, DecFfmpegRefCnt: who streams a camera as HLS
+//   video/remux.cpp            SetupFfmpegRemux, RunFfmpegRemux, StopFfmpegRemux: the remux process and its files
+//   video/feeder.cpp           OutputH264Data, InitFfmpegH264: its body, from the ring into the pipe
+//   video/segmenter_thread.cpp FFmpegH264Remux, FFmpegThreadStop: its second thread, from the pipe into slices
+//   video/hls_output.cpp       OutputM3u8, OutputHls, GetFileContent
+//   video/http_prefix.cpp      GetCorrectHttpPrefix
+//   video/process_control.cpp  SetupSignalHandler
 //   video/later.cpp            operations that answer "not available in this version"
 #pragma once
 
@@ -15,6 +23,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "ffmpegWrap.h"
@@ -63,15 +72,59 @@ class VideoStreamingHandler : public VideoStreamingBase {
 
   void OutputMjpegStream();
   void OutputMxpegStream();
+  // HLS, local or passed on from the owner.
   void OutputM3u8();
   void OutputHls(const std::string& sliceId);
+  void WritePlaylist(const std::string& hostPrefix);
+  void WriteSlice(const std::string& sliceId);
+  void RelayHls(const Json::Value& info, const char* header, const char* func);
+  // Reads up to `size` bytes of a file from `offset` on. The offset to go on from, 0 at the file's end, -1 on failure
+  // (then `bytesRead` is -1). Waits up to five seconds for a file that is not there yet.
+  int GetFileContent(char* buffer, int size, int offset, int& bytesRead, const std::string& path);
+  // How the client reached this host. 0, or -1 when nothing tells the host.
+  int GetCorrectHttpPrefix(bool& useHttps, std::string& host);
+  bool IsEnvSet(const char* name) const;
 
-  bool BeginLocalView();  // signal handler and time stamp; false when this process must not stream
+  bool BeginLocalView(const char* func);  // signal handler and time stamp; false when this process must not stream
   void LiveviewMjpgCam();
   void LiveviewMxpegCam();
   void LiveviewMpeg4CamByMjpg();
   void ForwardStream();  // of a camera that another recording server owns
 
+  bool OpenHere(const std::string& format, bool relayed);  // false: the error code is set
+  bool OpenOnOwner(const std::string& format);
+  bool CloseHere();
+  bool CloseOnOwner();
+
+  // The reference count after a user was added or removed; -1 when its files cannot be had.
+  int IncFfmpegRefCnt();
+  int DecFfmpegRefCnt();
+  void StopStaleRemux();
+
+  // Attaches the ring and fixes the URLs of slices. 0, or -1 with the response's error set.
+  int SetupFfmpegRemux(bool relayed);
+  // Forks the remux and waits, at most 20 s, for its first playlist. 0, or -1 when there is no process.
+  int RunFfmpegRemux();
+  // Drops one user; the last one, or `force`, ends the remux and removes its files. Does not wait for the process.
+  void StopFfmpegRemux(bool force);
+
+  // In the remux process.
+  [[noreturn]] void BecomeRemux();
+  void OutputH264Data();
+  int InitFfmpegH264(int& pipeFd, int& cursor);  // 0; 1: stopped, or no thread; 2: no pipe
+  int WaitForKeyFrame(int& cursor);
+  void FeedPipe(int pipeFd, int cursor);
+  bool WriteFrame(int pipeFd, int size, time_t lastData);
+  bool IsSilent(time_t now, time_t lastData) const;
+  bool IsRemuxWanted() const;
+  void EndRemux(int pipeFd);
+  bool IsRemuxDirOwn() const;  // whether the directory under its name is the one this process works in
+  bool OwnsRemux() const;      // whether pid file and directory are this process's to remove
+  // The name of a file of the remux as the remux process opens it, from its working directory.
+  const char* InRemuxDir(const std::string& path) const { return path.c_str() + m_HlsDir.size() + 1; }
+
+  static void* FFmpegH264Remux(void* handler);
+  void RunSegmenter();
   void FFmpegThreadStop();
 
   std::int32_t m_CamId = 0;

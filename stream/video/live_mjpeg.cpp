@@ -13,8 +13,6 @@ namespace {
 constexpr int kPassUs = 10000;
 constexpr int kPassesPerConnectionCheck = 99;  // counted as the 101st pass checks
 
-bool IsOutputOpen() { return feof(stdout) == 0 && ferror(stdout) == 0; }
-
 }  // namespace
 
 void VideoStreamingHandler::LiveviewMjpgCam() {

@@ -4,16 +4,16 @@
 #include "videoStreaming.h"
 #include "video_unit.h"
 
-bool VideoStreamingHandler::BeginLocalView() {
+bool VideoStreamingHandler::BeginLocalView(const char* func) {
   const std::string text = m_pRequest->GetParam("timestamp", "0").asString();
   const long timestamp = strtol(text.c_str(), nullptr, 10);
   if (SetupSignalHandler() != 0) {
-    QM_LOG(LOG_LEVEL_FATAL, "Failed to setup signal handler\n");
+    QM_LOG_AS(func, LOG_LEVEL_FATAL, "Failed to setup signal handler\n");
     return false;
   }
   const std::string sid = m_pRequest->GetSessionID();
   if (CheckTimeStamp(sid.c_str(), timestamp) != 0) {
-    QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Failed to check timestamp.\n", m_CamId);
+    QM_LOG_AS(func, LOG_LEVEL_ERROR, "Cam[%d]: Failed to check timestamp.\n", m_CamId);
     return false;
   }
   return true;
@@ -24,7 +24,7 @@ void VideoStreamingHandler::OutputMjpegStream() {
     ForwardStream();
     return;
   }
-  if (!BeginLocalView()) return;
+  if (!BeginLocalView(__func__)) return;
   if (m_VideoType == VIDEO_TYPE_MJPEG) {
     LiveviewMjpgCam();
   } else {
@@ -37,7 +37,7 @@ void VideoStreamingHandler::OutputMxpegStream() {
     ForwardStream();
     return;
   }
-  if (!BeginLocalView()) return;
+  if (!BeginLocalView(__func__)) return;
   QM_LOG(LOG_LEVEL_INFO, "Cam[%d]: m_VideoType: %d\n", m_CamId, m_VideoType);
   if (m_VideoType == VIDEO_TYPE_MXPEG) {
     LiveviewMxpegCam();

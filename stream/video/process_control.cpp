@@ -1,4 +1,4 @@
-// Signals and threads of a streaming process.
+// Signals of a streaming process.
 #include <signal.h>
 
 #include "videoStreaming.h"
@@ -26,12 +26,4 @@ int VideoStreamingHandler::SetupSignalHandler() {
     return -1;
   }
   return 0;
-}
-
-void VideoStreamingHandler::FFmpegThreadStop() {
-  m_Segmenter.StopTransCode();
-  if (m_FfmpegThread != 0) {
-    pthread_join(m_FfmpegThread, nullptr);
-    m_FfmpegThread = 0;
-  }
 }

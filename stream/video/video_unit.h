@@ -10,3 +10,6 @@ namespace {
 
 // A plain-text CGI answer.
 inline void PrintPlainText(const char* text) { printf("Content-type: text/plain\r\n\r\n%s", text); }
+
+// Whether standard output still takes bytes.
+inline bool IsOutputOpen() { return feof(stdout) == 0 && ferror(stdout) == 0; }

@@ -41,7 +41,7 @@ void JoinOrReplace(FILE* file, long timestamp) {
   long stored = 0;
   if (fscanf(file, "%ld", &stored) != 1) {
     stored = 0;
-    QM_LOG(LOG_LEVEL_FATAL, "Failed to read TimeStampOri.\n");
+    QM_LOG_AS("CheckTimeStamp", LOG_LEVEL_FATAL, "Failed to read TimeStampOri.\n");
   }
   if (stored == timestamp) {
     fseek(file, 0, SEEK_END);
@@ -49,7 +49,7 @@ void JoinOrReplace(FILE* file, long timestamp) {
     return;
   }
   KillListed(file);
-  if (ftruncate(fileno(file), 0) != 0) QM_LOG(LOG_LEVEL_ERROR, "Failed to truncate view file.\n");
+  if (ftruncate(fileno(file), 0) != 0) QM_LOG_AS("CheckTimeStamp", LOG_LEVEL_ERROR, "Failed to truncate view file.\n");
   rewind(file);
   fprintf(file, "%ld\n%d\n", timestamp, getpid());
 }

@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "ffmpeg.h"
@@ -18,11 +17,19 @@ constexpr int kDefaultFps = 10;
 constexpr unsigned kDefaultPauseUs = 100000;
 constexpr unsigned kSecondUs = 1000000;
 
-// Opens the input itself and nothing that its data names: a playlist in a pipe would have the pipe opened again, for
-// ever.
-int OpenInputOnly(AVFormatContext* input, AVIOContext** io, const char* url, int flags, AVDictionary** options) {
-  if (input->pb != nullptr) return AVERROR(EPERM);
-  return avio_open2(io, url, flags, &input->interrupt_callback, options);
+// Opens the input when its data is raw H.264. Another format is noted in the context's `opaque` and its demuxer never
+// started: one for playlists or manifests would open what these name, the pipe itself again and for ever among it.
+int OpenH264(AVFormatContext* input, AVIOContext** io, const char* url, int flags, AVDictionary** options) {
+  int rc = avio_open2(io, url, flags, &input->interrupt_callback, options);
+  if (rc < 0) return rc;
+  const AVInputFormat* format = nullptr;
+  rc = av_probe_input_buffer2(*io, &format, url, nullptr, 0, 0);
+  if (rc >= 0 && std::strcmp(format->name, kInputFormat) != 0) {
+    *static_cast<const AVInputFormat**>(input->opaque) = format;
+    rc = AVERROR_INVALIDDATA;
+  }
+  if (rc < 0) avio_closep(io);
+  return rc;
 }
 
 void SetSegmentOptions(Options& options, const char* playlistPath, const char* entryPrefix) {
@@ -68,22 +75,26 @@ void CopyPicture(const AVCodecParameters* input, AVStream* outputStream) {
 }  // namespace
 
 int H264TS::OpenInputFile(const char* url) {
+  const AVInputFormat* other = nullptr;
   m_Input = avformat_alloc_context();
-  if (m_Input != nullptr) m_Input->io_open = OpenInputOnly;
-  if (avformat_open_input(&m_Input, url, nullptr, nullptr) < 0) {
+  if (m_Input != nullptr) {
+    m_Input->opaque = &other;
+    m_Input->io_open = OpenH264;
+  }
+  if (m_Input == nullptr || avformat_open_input(&m_Input, url, nullptr, nullptr) < 0) {
+    if (other != nullptr) {
+      QM_LOG_ALWAYS(__func__, "Unsupported video codec [%s]. Only support H264.\n", other->name);
+      return SEGMENTER_NOT_H264;
+    }
     QM_LOG_ALWAYS(__func__, "Could not open source file %s.\n", url);
     return SEGMENTER_NOT_OPENED;
   }
+  m_Input->opaque = nullptr;
   m_Input->max_analyze_duration = kAnalyzeUs;
   if (avformat_find_stream_info(m_Input, nullptr) < 0) {
     QM_LOG_ALWAYS(__func__, "Could not find stream information.\n");
     CleanResource();
     return SEGMENTER_NO_STREAM;
-  }
-  if (std::strcmp(m_Input->iformat->name, kInputFormat) != 0) {
-    QM_LOG_ALWAYS(__func__, "Unsupported video codec [%s]. Only support H264.\n", m_Input->iformat->name);
-    CleanResource();
-    return SEGMENTER_NOT_H264;
   }
   m_InputStream = m_Input->streams[0];
   av_dump_format(m_Input, 0, url, 0);

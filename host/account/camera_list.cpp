@@ -17,13 +17,7 @@ struct Condition {
 };
 
 // The ring that live viewers read.
-RingId LiveRing(const CameraRecord& camera) {
-  RingId ring{camera.id, 0, RingKind::kVideo};
-  for (const ProfileRecord& profile : camera.profiles) {
-    if (profile.profile == kMobileProfile) ring.streamNo = profile.streamNo;
-  }
-  return ring;
-}
+RingId LiveRing(const CameraRecord& camera) { return {camera.id, camera.MobileProfile().streamNo, RingKind::kVideo}; }
 
 Condition ConditionOf(const CameraRecord& camera, bool recorderRuns) {
   if (!camera.enabled) return {"disabled", "switched off by an administrator"};

@@ -74,6 +74,7 @@ void PrintAsJson(const std::vector<CameraRecord>& cameras) {
     entry["enabled"] = camera.enabled;
     entry["stayOn"] = camera.stayOn;
     entry["fps"] = camera.profiles.empty() ? 0 : camera.profiles.front().fps;
+    entry["measuredFps"] = camera.MobileProfile().measuredFps;
     list.append(entry);
   }
   printf("%s\n", list.toStyledString().c_str());

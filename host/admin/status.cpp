@@ -62,6 +62,9 @@ Json::Value CameraAsJson(const CameraState& camera) {
   entry["type"] = VideoTypeName(camera.camera.videoType);
   entry["state"] = camera.state;
   entry["reason"] = camera.reason;
+  const ProfileRecord live = camera.camera.MobileProfile();
+  entry["declaredFps"] = live.fps;
+  entry["measuredFps"] = live.measuredFps;
   entry["streams"] = Json::Value(Json::arrayValue);
   for (const StreamState& stream : camera.streams) entry["streams"].append(StreamAsJson(stream));
   return entry;
@@ -81,6 +84,14 @@ void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras
   printf("%s\n", Json::writeString(writer, root).c_str());
 }
 
+// "h264", and the rate that is known beforehand.
+std::string KindOf(const CameraRecord& camera) {
+  const ProfileRecord live = camera.MobileProfile();
+  const std::string kind = VideoTypeName(camera.videoType);
+  if (live.KnownFps() == 0) return kind;
+  return kind + ", " + std::to_string(live.KnownFps()) + " frames/s" + (live.fps > 0 ? "" : " measured");
+}
+
 void PrintTable(const Programs& programs, const std::vector<CameraState>& cameras) {
   printf("recorder    %s\n", programs.recorder ? "running" : "not running");
   const std::string where = programs.address.empty() ? "" : DescribeAddresses(programs.address, programs.port);
@@ -88,7 +99,7 @@ void PrintTable(const Programs& programs, const std::vector<CameraState>& camera
   if (cameras.empty()) printf("no cameras\n");
   for (const CameraState& camera : cameras) {
     printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),
-           VideoTypeName(camera.camera.videoType), camera.state.c_str(), camera.reason.empty() ? "" : ", ",
+           KindOf(camera.camera).c_str(), camera.state.c_str(), camera.reason.empty() ? "" : ", ",
            camera.reason.c_str());
     for (const StreamState& stream : camera.streams) {
       if (!stream.exists) continue;

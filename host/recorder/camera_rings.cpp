@@ -16,6 +16,7 @@ constexpr std::size_t kSoundBytes = 1 * kMiB;
 
 bool SendsWholePictures(int videoType) { return videoType == VIDEO_TYPE_MJPEG || videoType == VIDEO_TYPE_MXPEG; }
 
+// The measured rate is left out: the worker that measured it goes on.
 bool SameProfile(const ProfileRecord& a, const ProfileRecord& b) {
   return a.profile == b.profile && a.streamNo == b.streamNo && a.fps == b.fps && a.width == b.width &&
          a.height == b.height;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "recorder/av/quiet_log.h"
 #include "recorder/clock.h"
@@ -22,16 +23,18 @@ constexpr std::int64_t kSecondUs = 1000000;
 constexpr std::int64_t kUnwatchedUs = 10 * kSecondUs;  // a camera nobody watched for so long is let go
 // Packets without a usable picture for so long mean trouble; longer than groups of pictures are.
 constexpr std::int64_t kNothingUsableUs = 30 * kSecondUs;
+constexpr std::int64_t kStoreEveryUs = 60 * kSecondUs;  // a rate that changes all the time must not wear the disk
 constexpr std::int64_t kRetrySliceUs = kSecondUs / 4;
 
-int MobileFps(const CameraRecord& camera) {
-  for (const ProfileRecord& profile : camera.profiles) {
-    if (profile.profile == kMobileProfile) return std::max(profile.fps, 0);
-  }
-  return 0;
-}
-
 }  // namespace
+
+Worker::Worker(CameraRecord camera, CameraRings rings) : m_Camera(std::move(camera)), m_Rings(std::move(rings)) {
+  for (const ProfileRecord& profile : m_Camera.profiles) {
+    if (profile.fps > 0) continue;
+    m_WantsRate = true;
+    m_KnownRate = profile.measuredFps;
+  }
+}
 
 void Worker::Run() {
   while (!StopRequested()) {
@@ -61,7 +64,7 @@ std::string Worker::Serve() {
   const AVCodecID expected = CodecOfVideoType(m_Camera.videoType);
   const auto format = MakeFrameFormat(m_Camera.videoType, reason);
   if (!format) return reason;
-  const auto source = MakeSource(m_Camera.source, expected, MobileFps(m_Camera), reason);
+  const auto source = MakeSource(m_Camera.source, expected, m_Camera.MobileProfile().fps, reason);
   if (!source || !source->Open(reason)) return reason;
   const AVCodecParameters& stream = source->Parameters();
   if (stream.codec_id != expected) return WrongCodec(stream.codec_id, expected);
@@ -73,6 +76,7 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
   const AvPtr<AVPacket> packet(av_packet_alloc());
   if (!packet) return "Out of memory";
   std::string reason;
+  m_Rate.Reset();
   std::int64_t lastGoodUs = MonotonicUs();
   FrameResult lastResult = FrameResult::kWritten;
   while (IsWanted()) {
@@ -81,6 +85,7 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
     const std::int64_t nowUs = MonotonicUs();
     if (lastResult == FrameResult::kWritten) {
       if (m_StreamingSinceUs == 0) NoteStreaming();
+      MeasureRate(nowUs);
       lastGoodUs = nowUs;
     } else if (nowUs - lastGoodUs > kNothingUsableUs) {
       return lastResult == FrameResult::kTooLarge ? "The camera's pictures are larger than 4 MiB"
@@ -95,6 +100,26 @@ void Worker::NoteStreaming() {
   m_Rings.SetState(SourceState::kStreaming, "");
   if (!m_LastReason.empty()) LogInfo("camera %d \"%s\" is back", m_Camera.id, m_Camera.name.c_str());
   m_LastReason.clear();
+}
+
+// HLS counts time in frames, so it must know their rate where nobody declared one. Every stream of the camera gets the
+// same frames.
+void Worker::MeasureRate(std::int64_t nowUs) {
+  if (!m_WantsRate) return;
+  const double rate = m_Rate.Note(nowUs);
+  if (rate <= 0 || nowUs < m_StoreAtUs) return;
+  const int fps = WholeRate(rate, m_KnownRate);
+  if (fps == m_KnownRate) return;
+  m_StoreAtUs = nowUs + kStoreEveryUs;
+  std::string error;
+  auto records = Database::Open(Database::Mode::kReadWrite, &error);
+  if (records && records->SetMeasuredFps(m_Camera.id, fps)) {
+    m_KnownRate = fps;
+    return;
+  }
+  if (records) error = records->LastError();
+  LogError("camera %d \"%s\" sends %d frames a second, which cannot be noted: %s", m_Camera.id, m_Camera.name.c_str(),
+           fps, error.c_str());
 }
 
 void Worker::NoteFailure(const std::string& reason) {

@@ -6,6 +6,7 @@
 
 #include "recorder/backoff.h"
 #include "recorder/camera_rings.h"
+#include "recorder/rate_meter.h"
 #include "records/records.h"
 
 namespace oculora {
@@ -13,7 +14,7 @@ namespace oculora {
 class Worker {
  public:
   // `rings` are attached already.
-  Worker(CameraRecord camera, CameraRings rings) : m_Camera(std::move(camera)), m_Rings(std::move(rings)) {}
+  Worker(CameraRecord camera, CameraRings rings);
 
   // Serves the camera until StopRequested().
   void Run();
@@ -23,6 +24,7 @@ class Worker {
   std::string Serve();
   std::string Copy(class Source& source, class FrameFormat& format);
   void NoteStreaming();
+  void MeasureRate(std::int64_t nowUs);
   void NoteFailure(const std::string& reason);
   void WaitForRetry(int delayMs);
 
@@ -31,6 +33,11 @@ class Worker {
   Backoff m_Backoff{500, 5000, 5000};
   std::int64_t m_StreamingSinceUs = 0;  // CLOCK_MONOTONIC; 0: no frame on this connection yet
   std::string m_LastReason;             // logged last; empty when the camera was well
+
+  RateMeter m_Rate;
+  bool m_WantsRate = false;      // a profile declares none
+  int m_KnownRate = 0;           // as measured and stored; 0: not yet
+  std::int64_t m_StoreAtUs = 0;  // not before
 };
 
 // Entry of `oculora-recorder --worker ID`; the exit code.

@@ -73,6 +73,13 @@ bool InsertProfiles(DatabaseImpl& database, int camera, const std::vector<Profil
 
 }  // namespace
 
+ProfileRecord CameraRecord::MobileProfile() const {
+  for (const ProfileRecord& record : profiles) {
+    if (record.profile == kMobileProfile) return record;
+  }
+  return {};
+}
+
 std::optional<CameraRecord> Database::LoadCamera(int id) {
   Statement select(*m_Impl, CAMERA_COLUMNS "WHERE c.id = ?");
   select.Bind(id);

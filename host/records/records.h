@@ -44,6 +44,8 @@ struct CameraRecord {
   bool deleting = false;
   bool stayOn = false;  // runs even when nobody watches
   std::vector<ProfileRecord> profiles;
+
+  ProfileRecord MobileProfile() const;  // what live viewers use; as constructed when there is none
 };
 
 struct UserRecord {

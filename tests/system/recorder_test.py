@@ -247,6 +247,26 @@ class RecorderTest(unittest.TestCase):
                     self.assert_jpegs(frames, 45)
                     self.assertGreater(len({frame.sha for frame in frames}), 40)  # it moves
 
+    def test_rate_is_measured_where_none_is_declared(self):
+        _, port = self.server("rtsp_server.py")
+        url = f"rtsp://127.0.0.1:{port}/live"
+        asked = self.site.camera("h264", url, stay_on=True)
+        declared = self.site.camera("h264", url, fps=9, stay_on=True)
+
+        def rates(camera):
+            listed = json.loads(self.site.oculora("camera", "list", "--json").stdout)
+            return next((entry["fps"], entry["measuredFps"]) for entry in listed if entry["id"] == camera)
+
+        worker = wait_until(lambda: self.site.worker_pid(asked), what="the worker")
+        wait_until(lambda: rates(asked)[1], 30, "a measured rate")
+        self.assertEqual(rates(asked), (0, 15))
+        self.assertEqual(rates(declared), (9, 0))
+        before = self.site.status(asked)
+        self.site.oculora("camera", "disable", declared)  # the recorder has read the records once more when it is off
+        wait_until(lambda: self.site.worker_pid(declared) is None, CHANGE_SECONDS, "the other worker to end")
+        self.assertEqual(self.site.worker_pid(asked), worker)
+        self.assertGreater(self.site.status(asked)["framesWritten"], before["framesWritten"])
+
     # --- reasons -----------------------------------------------------------------------------------------------------
 
     def test_failures_are_named_without_passwords(self):

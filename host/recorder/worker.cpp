@@ -86,6 +86,7 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
     if (lastResult == FrameResult::kWritten) {
       if (m_StreamingSinceUs == 0) NoteStreaming();
       MeasureRate(nowUs);
+      if (!m_ReorderingNoted && format.SawReordering()) NoteReordering();
       lastGoodUs = nowUs;
     } else if (nowUs - lastGoodUs > kNothingUsableUs) {
       return lastResult == FrameResult::kTooLarge ? "The camera's pictures are larger than 4 MiB"
@@ -120,6 +121,15 @@ void Worker::MeasureRate(std::int64_t nowUs) {
   if (records) error = records->LastError();
   LogError("camera %d \"%s\" sends %d frames a second, which cannot be noted: %s", m_Camera.id, m_Camera.name.c_str(),
            fps, error.c_str());
+}
+
+// HLS counts its time in frames as they come. Once a worker: a camera on demand connects many times a day.
+void Worker::NoteReordering() {
+  m_ReorderingNoted = true;
+  LogError(
+      "camera %d \"%s\" sends B-frames; HLS needs a stream without them: switch them off in the camera (its baseline "
+      "profile has none) or use MJPEG",
+      m_Camera.id, m_Camera.name.c_str());
 }
 
 void Worker::NoteFailure(const std::string& reason) {

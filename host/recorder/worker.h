@@ -25,6 +25,7 @@ class Worker {
   std::string Copy(class Source& source, class FrameFormat& format);
   void NoteStreaming();
   void MeasureRate(std::int64_t nowUs);
+  void NoteReordering();
   void NoteFailure(const std::string& reason);
   void WaitForRetry(int delayMs);
 
@@ -33,6 +34,8 @@ class Worker {
   Backoff m_Backoff{500, 5000, 5000};
   std::int64_t m_StreamingSinceUs = 0;  // CLOCK_MONOTONIC; 0: no frame on this connection yet
   std::string m_LastReason;             // logged last; empty when the camera was well
+
+  bool m_ReorderingNoted = false;
 
   RateMeter m_Rate;
   bool m_WantsRate = false;      // a profile declares none

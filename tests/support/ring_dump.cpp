@@ -46,10 +46,9 @@ int DumpFrames(int camId, int streamNo, int count, const std::string& dir, int s
   ring->StartRead(cursor);
   const auto end = Clock::now() + std::chrono::seconds(seconds);
   int written = 0;
-  int seq = 0;
+  int seq = kSeqNone + 1;  // before the first frame of an empty ring
   // What a ring holds from an earlier viewer is not asked for.
   if (const STREAM_ENTRY* old = ring->ReadNext(kSeqNone, cursor)) seq = old->seq;
-  if (seq == 0) seq = kSeqNone;
   while (written < count && Clock::now() < end) {
     viewer.UpdateStamp();
     const STREAM_ENTRY* entry = ring->ReadNext(seq, cursor);

@@ -152,6 +152,9 @@ class RecorderTest(unittest.TestCase):
             self.assertEqual(without_delimiter[:2], [7, 8], types)
             self.assertEqual((types.count(7), types.count(8)), (1, 1), types)
             self.assertTrue(frames[number].data.startswith(b"\0\0\0\1"))
+        for frame in frames:  # each begins a picture: the first bit of a slice's header stands for its first macroblock
+            slices = [unit for unit in re.split(b"\0\0\0?\1", frame.data)[1:] if unit[0] & 31 in (1, 5)]
+            self.assertTrue(slices[0][1] & 0x80)
         self.assertEqual([unit[0] & 31 for unit in extra.split(b"\0\0\0\1")[1:]], [7, 8])
         started = frames[keys[0]:]
         stream = b"".join(frame.data for frame in started)
@@ -266,6 +269,13 @@ class RecorderTest(unittest.TestCase):
         wait_until(lambda: self.site.worker_pid(declared) is None, CHANGE_SECONDS, "the other worker to end")
         self.assertEqual(self.site.worker_pid(asked), worker)
         self.assertGreater(self.site.status(asked)["framesWritten"], before["framesWritten"])
+
+    def test_b_frames_are_told_once(self):
+        for name, count in (("plain", 0), ("reordered", 2)):
+            ffmpeg("-f", "lavfi", "-i", "testsrc2=size=320x240:rate=20", "-frames:v", "20", "-c:v", "libx264", "-bf", count,
+                   self.site.path(f"/tmp/{name}.mp4"))
+            self.site.watch(self.site.camera("h264", f"/tmp/{name}.mp4"), 45)
+        self.assertEqual(re.findall(r'camera (\d+) .* sends B-frames', self.site.log()), ["2"])
 
     # --- reasons -----------------------------------------------------------------------------------------------------
 

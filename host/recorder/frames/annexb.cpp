@@ -24,23 +24,31 @@ std::size_t FindStartCode(Bytes unit, std::size_t from) {
   return unit.size();
 }
 
-// An unsigned Exp-Golomb number at the first bit of `bytes`; large ids are cut, which suits a key.
-unsigned ReadGolomb(Bytes bytes) {
+// An unsigned Exp-Golomb number at bit `at` of `bytes`, which moves behind it; large ids are cut, which suits a key.
+unsigned ReadGolomb(Bytes bytes, std::size_t& at) {
   const auto bit = [bytes](std::size_t i) -> unsigned {
     return i / 8 < bytes.size() ? (bytes[i / 8] >> (7 - i % 8)) & 1U : 0U;
   };
   std::size_t zeros = 0;
-  while (zeros < 16 && bit(zeros) == 0) ++zeros;
+  while (zeros < 16 && bit(at + zeros) == 0) ++zeros;
   unsigned value = 0;
-  for (std::size_t i = 0; i <= zeros; ++i) value = value * 2 + bit(zeros + i);
+  for (std::size_t i = 0; i <= zeros; ++i) value = value * 2 + bit(at + zeros + i);
+  at += 2 * zeros + 1;
   return value - 1;
 }
 
 // The id that names a parameter set among its kind: after header, profile, constraints and level in an SPS, right after
 // the header in a PPS.
 unsigned SetId(const Nal& nal) {
-  const std::size_t at = nal.Type() == kNalSps ? 4 : 1;
-  return nal.bytes.size() > at ? ReadGolomb(nal.bytes.subspan(at)) : 0;
+  std::size_t at = nal.Type() == kNalSps ? 32 : 8;
+  return ReadGolomb(nal.bytes, at);
+}
+
+// A slice header begins with the number of its first macroblock and the slice's type; 1 and 6 stand for B.
+void ReadSliceHeader(const Nal& slice, AccessUnitHead& head) {
+  std::size_t at = 8;
+  head.beginsPicture = ReadGolomb(slice.bytes, at) == 0;
+  head.bidirectional = ReadGolomb(slice.bytes, at) % 5 == 1;
 }
 
 bool IsParameterSet(const Nal& nal) { return nal.Type() == kNalSps || nal.Type() == kNalPps; }
@@ -133,6 +141,7 @@ AccessUnitHead ReadHead(Bytes unit, ParameterSets& sets) {
     if (nal.IsSlice()) {
       head.hasSlice = true;
       head.idr = nal.Type() == kNalIdrSlice;
+      ReadSliceHeader(nal, head);
       head.slices = unit.subspan(static_cast<std::size_t>(nal.bytes.data() - unit.data()));
       break;
     }
@@ -154,6 +163,12 @@ std::size_t WriteKeyUnit(Bytes unit, const AccessUnitHead& head, const Parameter
   for (Nal nal; others.Next(nal);) {
     if (nal.Type() != kNalDelimiter && !IsParameterSet(nal)) appender.AppendUnit(nal.bytes);
   }
+  appender.AppendUnit(head.slices);
+  return appender.Length();
+}
+
+std::size_t WriteSlices(const AccessUnitHead& head, std::span<std::uint8_t> out) {
+  Appender appender(out);
   appender.AppendUnit(head.slices);
   return appender.Length();
 }

@@ -65,8 +65,10 @@ class ParameterSets {
 struct AccessUnitHead {
   bool idr = false;  // the first slice is of an IDR picture
   bool hasSlice = false;
-  bool setsChanged = false;  // the parameter sets in it were news
-  Bytes slices;              // from the first slice's NAL header to the end
+  bool beginsPicture = false;  // the first slice holds the first macroblock
+  bool bidirectional = false;  // the first slice is of a B-frame
+  bool setsChanged = false;    // the parameter sets in it were news
+  Bytes slices;                // from the first slice's NAL header to the end
 };
 
 // Looks at the units before the first slice and takes their parameter sets over.
@@ -76,5 +78,8 @@ AccessUnitHead ReadHead(Bytes unit, ParameterSets& sets);
 // the length; 0 when it needs more than `out` offers.
 std::size_t WriteKeyUnit(Bytes unit, const AccessUnitHead& head, const ParameterSets& sets,
                          std::span<std::uint8_t> out);
+
+// Writes the slices of a unit that goes on with a picture to `out`. Returns the length; 0 when there is no room.
+std::size_t WriteSlices(const AccessUnitHead& head, std::span<std::uint8_t> out);
 
 }  // namespace oculora

@@ -26,6 +26,8 @@ class FrameFormat {
   virtual bool Start(const AVCodecParameters& stream, AVRational timeBase, CameraRings& rings, std::string& reason) = 0;
   // Writes the frame that arrived at `arrivedUs` (microseconds since 1970). May change `packet`.
   virtual FrameResult Write(AVPacket& packet, std::int64_t arrivedUs, CameraRings& rings) = 0;
+  // Whether frames came in another order than that in which they are shown.
+  virtual bool SawReordering() const { return false; }
 };
 
 // The format of a CAM_VIDEO_TYPE; null with a sentence in `reason` when this version does not support it.

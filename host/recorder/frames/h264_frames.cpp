@@ -25,16 +25,42 @@ FrameResult H264Frames::Write(AVPacket& packet, std::int64_t arrivedUs, CameraRi
   const AccessUnitHead head = ReadHead(unit, m_Sets);
   if (head.setsChanged) PublishSets(rings);
   if (!head.hasSlice) return FrameResult::kSkipped;
+  if (head.bidirectional) m_SawReordering = true;
+  if (head.idr && !head.beginsPicture) return AddPart(head);
+  ReleaseHeld(rings);
   // Cameras with rolling refresh never send an IDR picture; there the parser marks where decoding can begin.
   const bool key = (head.idr || (packet.flags & AV_PKT_FLAG_KEY) != 0) && m_Sets.IsComplete();
-  if (!key) {
-    if (!m_SawKey) return FrameResult::kSkipped;
-    return rings.Write(unit.data(), unit.size(), false, arrivedUs) ? FrameResult::kWritten : FrameResult::kTooLarge;
-  }
+  if (key) return WriteKey(unit, head, arrivedUs, rings);
+  if (!m_SawKey) return FrameResult::kSkipped;
+  return rings.Write(unit.data(), unit.size(), false, arrivedUs) ? FrameResult::kWritten : FrameResult::kTooLarge;
+}
+
+FrameResult H264Frames::WriteKey(Bytes unit, const AccessUnitHead& head, std::int64_t arrivedUs, CameraRings& rings) {
   const std::size_t size = WriteKeyUnit(unit, head, m_Sets, m_KeyUnit);
-  if (size == 0 || !rings.Write(m_KeyUnit.data(), size, true, arrivedUs)) return FrameResult::kTooLarge;
+  if (size == 0) return FrameResult::kTooLarge;
   m_SawKey = true;
+  if (m_InParts) {
+    m_InParts = false;  // until a part comes
+    m_HeldSize = size;
+    m_HeldArrivedUs = arrivedUs;
+  } else if (!rings.Write(m_KeyUnit.data(), size, true, arrivedUs)) {
+    return FrameResult::kTooLarge;
+  }
   return FrameResult::kWritten;
+}
+
+// Without a key frame that waits for it the part is lost: its picture has gone out, or its beginning never came.
+FrameResult H264Frames::AddPart(const AccessUnitHead& head) {
+  m_InParts = true;
+  if (m_HeldSize == 0) return FrameResult::kSkipped;
+  const std::size_t size = WriteSlices(head, std::span(m_KeyUnit).subspan(m_HeldSize));
+  m_HeldSize = size == 0 ? 0 : m_HeldSize + size;
+  return size == 0 ? FrameResult::kTooLarge : FrameResult::kSkipped;
+}
+
+void H264Frames::ReleaseHeld(CameraRings& rings) {
+  if (m_HeldSize > 0) rings.Write(m_KeyUnit.data(), m_HeldSize, true, m_HeldArrivedUs);
+  m_HeldSize = 0;
 }
 
 void H264Frames::PublishSets(CameraRings& rings) {

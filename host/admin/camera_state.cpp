@@ -65,6 +65,7 @@ std::vector<CameraState> ObserveCameras(const std::vector<CameraRecord>& cameras
       stream.id = plan.id;
       stream.exists = ReadRingStatus(plan.id, stream.status);
     }
+    state.remux = LookAtRemux(camera.id);
     Judge(state, recorderRuns);
   }
   if (observeMs > 0 && HasFrames(states)) MeasureRates(states, observeMs);

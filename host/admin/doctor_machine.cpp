@@ -86,6 +86,16 @@ unsigned long long AvailableMemory() {
   return 0;
 }
 
+// Slices of HLS streams and the locks of viewers.
+void CheckTmp(Findings& findings) {
+  struct statvfs disk {};
+  if (statvfs("/tmp", &disk) != 0 || disk.f_blocks == 0) return;
+  const unsigned long long free = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
+  if (free >= 50 * kMiB) return;
+  NoteWarning(findings, "only " + InMiB(free) + " of /tmp are free",
+              "HLS needs about 10 MiB a camera there; make room");
+}
+
 }  // namespace
 
 void CheckPrograms(Findings& findings) {
@@ -145,6 +155,7 @@ void CheckDisk(Findings& findings) {
   } else {
     NoteOk(findings, text);
   }
+  CheckTmp(findings);
 }
 
 void CheckClock(Findings& findings) {

@@ -1,4 +1,4 @@
-// Checks of the machine: programs, shared memory, disk, clock, ports.
+// Checks of the machine: programs, shared memory, disk and /tmp, clock, ports.
 #pragma once
 
 #include "admin/doctor.h"

@@ -57,6 +57,15 @@ void CheckCamera(Findings& findings, const CameraState& state, bool recorderRuns
   } else {
     NoteOk(findings, CameraText(camera) + " is " + state.state);
   }
+  // A remux ends by itself a minute or two after its last viewer has left without a word.
+  constexpr long kLongestUntouched = 120;
+  if (state.remux && state.remux->untouchedSeconds > kLongestUntouched) {
+    NoteWarning(
+        findings,
+        CameraText(camera) + " is turned into HLS that nobody has fetched for " +
+            std::to_string(state.remux->untouchedSeconds) + " s",
+        "its process should have ended by itself; end it with \"kill " + std::to_string(state.remux->pid) + "\"");
+  }
 }
 
 }  // namespace

@@ -65,6 +65,11 @@ Json::Value CameraAsJson(const CameraState& camera) {
   const ProfileRecord live = camera.camera.MobileProfile();
   entry["declaredFps"] = live.fps;
   entry["measuredFps"] = live.measuredFps;
+  entry["hls"] = Json::Value();
+  if (camera.remux) {
+    entry["hls"]["pid"] = camera.remux->pid;
+    entry["hls"]["viewers"] = camera.remux->viewers;
+  }
   entry["streams"] = Json::Value(Json::arrayValue);
   for (const StreamState& stream : camera.streams) entry["streams"].append(StreamAsJson(stream));
   return entry;
@@ -101,6 +106,10 @@ void PrintTable(const Programs& programs, const std::vector<CameraState>& camera
     printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),
            KindOf(camera.camera).c_str(), camera.state.c_str(), camera.reason.empty() ? "" : ", ",
            camera.reason.c_str());
+    if (camera.remux) {
+      printf("  HLS: %d watching, process %d, the last slice fetched %ld s ago\n", camera.remux->viewers,
+             camera.remux->pid, camera.remux->untouchedSeconds);
+    }
     for (const StreamState& stream : camera.streams) {
       if (!stream.exists) continue;
       const RingStatus& status = stream.status;

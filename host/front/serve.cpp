@@ -12,6 +12,7 @@
 #include "front/listener.h"
 #include "front/program_keeper.h"
 #include "front/program_paths.h"
+#include "front/remux_leftovers.h"
 #include "front/write_file.h"
 #include "recorder/camera_rings.h"
 #include "records/records.h"
@@ -123,9 +124,11 @@ int Serve(const ServeOptions& options) {
   if (!WriteConfigs(programs, options.address, listener.port)) {
     return Fail(std::string("the configuration in ") + kEtcDir + " cannot be written: " + std::strerror(errno));
   }
+  RemoveRemuxLeftovers();  // of a power cut, or of a serve that was killed
   const int code = RunPrograms(programs, lighttpd, options.address, listener);
   unlink(kServeAddressPath);
   RemoveRings();
+  RemoveRemuxLeftovers();
   return code;
 }
 

@@ -170,6 +170,41 @@ class Serving(unittest.TestCase):
                 self.assertEqual(site.stop(), 0)
                 self.assertEqual(site.processes(), {})
 
+    def test_remuxes_end_with_the_site_and_leave_nothing(self):
+        with Site() as site:
+            keeper = site.popen(["cat"], stdin=subprocess.PIPE)
+
+            def remux(camera):
+                return site.path(f"/tmp/webapivdostm.pid.{camera}"), site.path(f"/tmp/ndcam/{camera}")
+
+            # Left by a power cut: a dead remux, and one whose pid file has gone. A live one is none of ours.
+            for camera, pid in ((77, 0x3ffffff), (78, None), (79, keeper.pid)):
+                os.makedirs(remux(camera)[1])
+                open(remux(camera)[1] + "/0.ts", "w").close()
+                if pid:
+                    with open(remux(camera)[0], "w") as file:
+                        file.write(f"{pid}\n")
+            open(site.path("/tmp/ndcam/file_lock"), "w").close()
+            cameras = [site.add_camera(name, "h264", "test:320x240", fps=10) for name in "AB"]
+            site.add_user("anna", "long password", admin=True)
+            site.serve()
+            self.assertEqual(sorted(os.listdir(site.path("/tmp/ndcam"))), ["79", "file_lock"])
+            self.assertFalse(os.path.exists(remux(77)[0]))
+
+            sid = site.login("anna", "long password")
+            for camera in cameras:
+                _, answer = site.api("VELM.Oculora.Stream.VideoStreaming", "Open",
+                                     {"cameraId": camera, "format": "hls"}, sid)
+                self.assertEqual(answer, {"success": True})
+            told = [self.camera(site, camera)["hls"] for camera in cameras]
+            self.assertEqual([hls["viewers"] for hls in told], [1, 1])
+            self.assertIn("  HLS: 1 watching", site.oculora("status").stdout)
+            os.kill(told[0]["pid"], signal.SIGSTOP)  # does not listen, so it is killed and clears nothing away
+            self.assertEqual(site.stop(), 0)
+            self.assertEqual(list(site.processes()), [keeper.pid])
+            self.assertEqual(sorted(os.listdir(site.path("/tmp/ndcam"))), ["79", "file_lock"])
+            self.assertEqual([path for path in map(lambda camera: remux(camera)[0], cameras) if os.path.exists(path)], [])
+
     def test_ports(self):
         with Site() as site, socket.socket() as other:
             other.bind(("127.0.0.1", 0))

@@ -54,15 +54,16 @@ void CheckProgram(Findings& findings, const std::string& path) {
   }
 }
 
-void CheckPlugin(Findings& findings, const std::string& path) {
+// `symbol` is what its users look for in it.
+void CheckPlugin(Findings& findings, const std::string& path, const char* symbol) {
   void* plugin = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (plugin == nullptr) {
     const std::string reason = dlerror();  // begins with the path
     NoteFailure(findings, "a plug-in cannot be loaded", reason + "; build it again");
     return;
   }
-  if (dlsym(plugin, "GetAPITable") == nullptr) {
-    NoteFailure(findings, path + " has no API table", "it is no plug-in; build it again");
+  if (dlsym(plugin, symbol) == nullptr) {
+    NoteFailure(findings, path + " has no " + symbol, "it is no plug-in; build it again");
   } else {
     NoteOk(findings, path);
   }
@@ -107,8 +108,9 @@ void CheckPrograms(Findings& findings) {
   }
   CheckProgram(findings, programs.dispatcher);
   CheckProgram(findings, programs.recorder);
-  CheckPlugin(findings, programs.module);
-  CheckPlugin(findings, programs.account);
+  CheckPlugin(findings, programs.module, "GetAPITable");
+  CheckPlugin(findings, programs.account, "GetAPITable");
+  CheckPlugin(findings, programs.segmenter, "FFMPG_GetSegmenterCalls");
   if (access((programs.webDir + "/index.html").c_str(), R_OK) != 0) {
     NoteFailure(findings, "the page in " + programs.webDir + " is missing", "install it again");
   } else {

@@ -11,8 +11,9 @@ struct ProgramPaths {
   std::string webDir;
   std::string dispatcher;
   std::string recorder;
-  std::string module;   // the streaming plug-in
-  std::string account;  // the host's own plug-in
+  std::string module;     // the streaming plug-in
+  std::string account;    // the host's own plug-in
+  std::string segmenter;  // the module loads it for HLS
 };
 
 ProgramPaths FindPrograms();

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # shellcheck disable=SC2034 # the lists are for the scripts that source this
 #
-# Debian packages by purpose, and installing what is missing of them. Sourced by run and test.
+# Debian packages by purpose, and installing what is missing of them and of npm's modules. Sourced by run and test.
 
 PACKAGES_RUN=(lighttpd ffmpeg xz-utils)
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev libcgicc-dev libsodium-dev libcli11-dev
@@ -68,4 +68,28 @@ install_packages() {
       if [[ " ${missing[*]} " == *" $service "* ]]; then as_root systemctl disable --now --quiet "$service" || true; fi
     done
   fi
+}
+
+# Node.js with npm, unless they are there already, from wherever.
+install_node() {
+  if ! command -v node >/dev/null || ! command -v npm >/dev/null; then install_packages nodejs npm; fi
+}
+
+# The modules of the npm project in directory $1, exactly as locked. Fails when they cannot be had.
+install_modules() {
+  [[ $1/node_modules/.package-lock.json -nt $1/package-lock.json ]] && return
+  (cd "$1" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error) && touch "$1/node_modules/.package-lock.json"
+}
+
+PAGE_PLAYER=host/web/vendor/hls.mjs
+
+has_page_player() { [[ $PAGE_PLAYER -nt tools/page-modules/package-lock.json ]]; }
+
+# What the page plays H.264 with, put where the page finds it. Fails when it cannot be had.
+install_page_player() {
+  local module=tools/page-modules/node_modules/hls.js
+  has_page_player && return
+  install_modules tools/page-modules && mkdir -p "${PAGE_PLAYER%/*}" &&
+    cp "$module/LICENSE" "${PAGE_PLAYER%/*}/hls-license.txt" &&
+    cp "$module/dist/hls.light.min.mjs" "$PAGE_PLAYER.part" && mv "$PAGE_PLAYER.part" "$PAGE_PLAYER"
 }

@@ -9,6 +9,7 @@ export const UNREACHABLE = 0; // no answer at all
 
 const SENTENCES = {
   [UNREACHABLE]: 'The recorder cannot be reached.',
+  100: 'The recorder could not start the stream.',
   101: 'The recorder did not understand the request.',
   102: 'The recorder does not know this function.',
   103: 'The recorder does not know this function.',
@@ -17,6 +18,7 @@ const SENTENCES = {
   106: 'A part of the recorder could not be loaded.',
   107: 'The recorder’s records cannot be read.',
   117: 'The recorder had an internal error.',
+  400: 'The camera’s live stream cannot be read.',
   401: 'The recorder does not know this camera.',
   402: 'The camera is disabled.',
   403: 'The camera is not connected.',
@@ -45,16 +47,28 @@ export function unwrap(answer) {
   throw new ApiError(answer?.error?.code ?? 117);
 }
 
-// Form values go in the body, so that a password never stands in a URL.
-export async function post(api, method, params = {}) {
+// A refusal to show a camera, in words. Without the right to watch it is the same code as without a session; that the
+// session has ended is for the list of cameras to find out.
+export function refusalToWatch(error) {
+  return error.code === SESSION_ENDED ? new ApiError(SESSION_ENDED, 'You may not watch this camera.') : error;
+}
+
+// Form values go in the body, so that a password never stands in a URL. `keepalive`: arrives even when the page goes.
+export async function post(api, method, params = {}, { timeoutMs = TIMEOUT_MS, keepalive = false } = {}) {
   const body = new URLSearchParams({ api, method, version: 1, ...params });
+  const signal = AbortSignal.timeout(timeoutMs);
   let response;
   try {
-    response = await fetch(ENTRY, { method: 'POST', body, cache: 'no-store', signal: AbortSignal.timeout(TIMEOUT_MS) });
+    response = await fetch(ENTRY, { method: 'POST', body, cache: 'no-store', signal, keepalive });
     if (!response.ok) throw new ApiError(response.status, `The recorder’s web server answered ${response.status}.`);
     return unwrap(await response.json());
   } catch (error) {
     if (error instanceof ApiError) throw error;
     throw new ApiError(error instanceof SyntaxError ? 117 : UNREACHABLE);
   }
+}
+
+// The last word of a page that goes away; nobody hears the answer.
+export function postLast(api, method, params = {}) {
+  navigator.sendBeacon(ENTRY, new URLSearchParams({ api, method, version: 1, ...params }));
 }

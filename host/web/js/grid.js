@@ -14,7 +14,7 @@ export const pageOf = (cameras, id) => {
 export class GridView {
   #tiles = new Map();
   #page;
-  #view = 0;
+  #shown = [false, 0];
   #onEnd;
 
   constructor(page, onEnd) {
@@ -28,9 +28,9 @@ export class GridView {
     return [...this.#tiles.values()].map((tile) => tile.picture);
   }
 
-  show(view) {
-    this.#view = view;
-    for (const picture of this.pictures) picture.show(view);
+  show(...watching) {
+    this.#shown = watching;
+    for (const picture of this.pictures) picture.show(...watching);
   }
 
   update(cameras) {
@@ -67,7 +67,7 @@ export class GridView {
       this.#tiles.set(camera.id, tile);
       if (list.children[index] !== tile.element) list.insertBefore(tile.element, list.children[index] ?? null);
       tile.update(camera);
-      tile.picture.show(this.#view);
+      tile.picture.show(...this.#shown);
     });
   }
 

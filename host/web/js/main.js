@@ -3,6 +3,7 @@ import { SESSION_ENDED, UNREACHABLE } from './api.js';
 import { CameraList } from './cameras.js';
 import { setText } from './dom.js';
 import { GridView } from './grid.js';
+import { abandonAll, closeAll } from './hls_session.js';
 import { ViewInstance } from './instance.js';
 import { LoginView } from './login.js';
 import { hideNotice, showNotice } from './notice.js';
@@ -11,11 +12,13 @@ import * as session from './session.js';
 import { SingleView } from './view.js';
 
 const RETRY_MS = 3000;
+const CLOSING_MS = 5000; // so long may the streams' ends hold up logging out
 
 const list = new CameraList();
 const instance = new ViewInstance();
 let view = null; // what <main> shows
 let user = null; // who is logged in
+let watching = false; // whether live pictures run
 let trouble = null; // why the list of cameras cannot be had just now
 
 function show(next) {
@@ -33,8 +36,9 @@ function titlePage() {
 function route(from) {
   const to = parseRoute(location.hash);
   show(to.name === 'camera' ? new SingleView(to.id, onStreamEnd) : new GridView(to.page, onStreamEnd));
-  view.show(instance.id);
+  view.show(watching, instance.id);
   if (list.loaded) updateView();
+  setWatching(watching);
   view.focus(from);
 }
 
@@ -57,6 +61,7 @@ function enter(who) {
 function leave(note) {
   user = trouble = null;
   list.stop();
+  watching = false;
   instance.reset();
   hideNotice();
   document.getElementById('bar').hidden = true;
@@ -65,7 +70,9 @@ function leave(note) {
 }
 
 async function logOut() {
-  instance.deactivate(); // ends the streams first
+  list.stop();
+  setWatching(false); // the streams end while the session still may end them
+  await Promise.race([closeAll(), new Promise((resolve) => setTimeout(resolve, CLOSING_MS))]);
   try {
     await session.logOut();
   } catch (error) {
@@ -82,18 +89,25 @@ async function logOut() {
 
 // Everything runs only while the page is seen by somebody who is logged in.
 function setRunning() {
-  if (user && !document.hidden) {
-    list.start();
-    if (!trouble) instance.activate();
-  } else {
-    list.stop();
-    instance.deactivate();
-  }
+  const seen = Boolean(user) && !document.hidden;
+  if (seen) list.start();
+  else list.stop();
+  setWatching(seen && (watching || !trouble));
+}
+
+// The window claims the pictures that only one window may show, when it has any.
+function setWatching(on) {
+  watching = on;
+  if (!on) instance.deactivate();
+  else if (exclusive().length > 0) instance.activate();
+  view?.show?.(watching, instance.id);
   renderNotice();
 }
 
+const exclusive = () => view?.pictures?.filter((picture) => picture.exclusive) ?? [];
+
 function renderNotice() {
-  if (user && instance.takenOver) {
+  if (user && instance.takenOver && exclusive().length > 0) {
     showNotice('windows', 'This view was taken over by another window.', {
       label: 'Resume here',
       run: () => instance.activate(true),
@@ -107,9 +121,10 @@ function renderNotice() {
 }
 
 // A stream ended: the list says whether the camera, the session or the network is why; else another window may be.
-async function onStreamEnd({ error }) {
+async function onStreamEnd({ error, target }) {
   await list.refresh();
-  const well = view.pictures?.filter((picture) => picture.camera.state === 'streaming') ?? [];
+  if (!target.exclusive) return;
+  const well = exclusive().filter((picture) => picture.camera.state === 'streaming');
   if (!error && !trouble && well.length > 0 && !well.some((picture) => picture.live)) instance.lostAll();
 }
 
@@ -126,12 +141,12 @@ list.addEventListener('problem', ({ error }) => {
   }
   trouble = error;
   // Pictures that still come are left alone; else all start anew when the recorder is back.
-  if (error.code === UNREACHABLE && !view.pictures?.some((picture) => picture.live)) instance.deactivate();
+  if (error.code === UNREACHABLE && !view.pictures?.some((picture) => picture.live)) setWatching(false);
   renderNotice();
 });
 
 instance.addEventListener('change', () => {
-  view?.show?.(instance.id);
+  view?.show?.(watching, instance.id);
   renderNotice();
 });
 instance.addEventListener('free', setRunning);
@@ -139,7 +154,10 @@ instance.addEventListener('free', setRunning);
 // --- The window
 
 document.addEventListener('visibilitychange', setRunning);
-addEventListener('pagehide', () => instance.deactivate());
+addEventListener('pagehide', () => {
+  setWatching(false);
+  abandonAll();
+});
 addEventListener('pageshow', (event) => event.persisted && setRunning());
 addEventListener('hashchange', (event) => {
   if (!user) return;

@@ -1,38 +1,44 @@
-// One camera's live picture: the stream, its retries, and the words on it while there is nothing to see.
+// One camera's live picture: its player, the retries, and the words on it while there is nothing to see.
+//
+// A player shows one kind of stream in an element of its own: new Player(onMove, onEnd) with
+//   element            what moves
+//   size, pictures     { width, height } of the picture; how many were shown since open()
+//   delay              seconds behind the camera, null where that is unknown
+//   open(camera, view) starts; `view` is the view instance it belongs to
+//   close()            ends; the last picture stays, and nothing is called back any more
+// onMove() is called whenever the picture moves, onEnd(error or null) once when a stream has ended by itself; an error
+// that is `final` needs no other try.
 import { fromTemplate, setText } from './dom.js';
 import { formatOf } from './formats.js';
 import { describe, isWatchable } from './status.js';
-import { LiveStream } from './stream.js';
 
 const STALL_MS = 5000;
-const HEALTHY_MS = 5000; // a stream that lived so long starts with a quick retry again
+const HEALTHY_MS = 5000; // a picture that moved for so long starts with a quick retry again
 const RETRY_MS = [1000, 2000, 4000, 8000, 15000];
+const RATE_TICKS = 5;
 const clock = new Intl.DateTimeFormat(undefined, { hour: '2-digit', minute: '2-digit', second: '2-digit' });
 
 // Dispatches 'status' when the words change, 'facts' about once a second while live, 'end' when a stream has ended.
 export class LivePicture extends EventTarget {
-  #canvas;
-  #context;
-  #stream = null;
-  #view = 0; // the instance to stream for, 0: not at all
+  #format = null;
+  #player = null; // null when there is none for this camera
+  #open = false;
+  #watching = false;
+  #view = 0;
   #phase = 'stopped';
   #endReason = '';
   #tries = 0;
-  #openedAt = 0;
-  #lastPictureAt = 0;
+  #firstMoveAt = 0; // of the stream that is open
+  #lastMoveAt = 0;
   #timer = 0; // the next retry
   #ticker = 0; // once a second: clock, rate, stall
-  #countedAt = 0; // when the rate was last taken, at how many pictures, and what it was
-  #counted = 0;
-  #rate = 0;
+  #counts = []; // [when, how many pictures] of the last ticks
 
   constructor(camera) {
     super();
-    this.camera = camera;
     this.element = fromTemplate('picture');
-    this.#canvas = this.element.querySelector('canvas');
-    this.#context = this.#canvas.getContext('bitmaprenderer');
     this.facts = ''; // "1280 × 720 · 25 fps" while live
+    this.#take(camera);
     this.#render();
   }
 
@@ -40,11 +46,18 @@ export class LivePicture extends EventTarget {
     return this.#phase === 'live';
   }
 
-  // Streams for view instance `view`, or not at all when it is 0.
-  show(view) {
-    if (view === this.#view) return;
-    this.#close();
+  // Whether only one window of a session may show it.
+  get exclusive() {
+    return Boolean(this.#format.exclusive);
+  }
+
+  // Streams while somebody is `watching`; what only one window may show needs its view instance `view` as well.
+  show(watching, view) {
+    const before = this.#turn;
+    this.#watching = watching;
     this.#view = view;
+    if (this.#turn === before) return;
+    this.#close();
     this.#tries = 0;
     this.#phase = 'stopped';
     this.#openIfPossible();
@@ -53,47 +66,66 @@ export class LivePicture extends EventTarget {
 
   update(camera) {
     const before = this.camera;
-    this.camera = camera;
+    this.#take(camera);
     if (!isWatchable(camera)) {
       this.#close();
       this.#phase = 'stopped';
-    } else if (!this.#stream) {
+    } else if (!this.#open) {
       const better = before.state !== camera.state && camera.state !== 'failed';
-      if (!isWatchable(before) || (better && this.#phase === 'ended')) this.#openIfPossible();
+      if (!isWatchable(before) || this.#phase === 'stopped' || (better && this.#phase === 'ended')) this.#openIfPossible();
     }
     this.#render();
   }
 
   close() {
-    this.show(0);
+    this.show(false, 0);
+  }
+
+  get #turn() {
+    return this.exclusive ? this.#view : Number(this.#watching);
+  }
+
+  // A camera whose type was changed gets another player.
+  #take(camera) {
+    this.camera = camera;
+    if (formatOf(camera) === this.#format) return;
+    this.#close();
+    this.#format = formatOf(camera);
+    const { Player } = this.#format;
+    this.#player = Player ? new Player(() => this.#moved(), (error) => this.#ended(error)) : null;
+    this.#lastMoveAt = 0;
+    this.#phase = 'stopped';
+    this.#screen.replaceChildren(...(this.#player ? [this.#player.element] : []));
+  }
+
+  get #screen() {
+    return this.element.querySelector('.screen');
   }
 
   #openIfPossible() {
     clearTimeout(this.#timer);
     this.#timer = 0;
-    if (!this.#view || this.#stream || !isWatchable(this.camera)) return;
+    if (!this.#turn || this.#open || !isWatchable(this.camera)) return;
     if (this.#phase !== 'ended') this.#phase = 'opening';
-    this.#openedAt = performance.now();
-    this.#rate = 0;
+    this.#firstMoveAt = 0;
+    this.#counts = [];
     this.#ticker = setInterval(() => this.#tick(), 1000);
-    const { url } = formatOf(this.camera, this.#view);
-    this.#stream = new LiveStream(url, (bitmap) => this.#paint(bitmap), (error) => this.#ended(error));
+    this.#open = true;
+    this.#player.open(this.camera, this.#view);
   }
 
   #close() {
     clearTimeout(this.#timer);
     clearInterval(this.#ticker);
     this.#timer = this.#ticker = 0;
-    this.#stream?.stop();
-    this.#stream = null;
+    if (this.#open) this.#player.close();
+    this.#open = false;
     this.facts = '';
   }
 
-  #paint(bitmap) {
-    const { width, height } = bitmap;
-    if (this.#canvas.width !== width || this.#canvas.height !== height) Object.assign(this.#canvas, { width, height });
-    this.#context.transferFromImageBitmap(bitmap);
-    this.#lastPictureAt = performance.now();
+  #moved() {
+    this.#lastMoveAt = performance.now();
+    this.#firstMoveAt ||= this.#lastMoveAt;
     if (this.#phase === 'live') return;
     this.#phase = 'live';
     this.#render();
@@ -102,39 +134,41 @@ export class LivePicture extends EventTarget {
 
   #tick() {
     if (this.#phase !== 'live') return;
-    if (performance.now() - this.#lastPictureAt > STALL_MS) {
+    if (performance.now() - this.#lastMoveAt > STALL_MS) {
       this.#phase = 'stalled';
+      this.#counts = [];
       this.#render();
       return;
     }
-    this.#takeRate();
-    const { width, height } = this.#canvas;
-    this.facts = `${width} × ${height}${this.#rate ? ` · ${Math.max(1, Math.round(this.#rate))} fps` : ''}`;
-    setText(this.element.querySelector('time'), clock.format(new Date()));
+    const rate = this.#takeRate();
+    const { size, delay } = this.#player;
+    const facts = [`${size.width} × ${size.height}`];
+    if (rate > 0) facts.push(`${Math.max(1, Math.round(rate))} fps`);
+    if (delay !== null) facts.push(`${Math.round(delay)} s behind`);
+    this.facts = facts.join(' · ');
+    setText(this.element.querySelector('time'), clock.format(Date.now() - (delay ?? 0) * 1000));
     this.dispatchEvent(new Event('facts'));
   }
 
-  // Pictures a second, smoothed so that it can be read.
+  // Pictures a second, over so long that it can be read; 0 before it is known.
   #takeRate() {
-    const now = performance.now();
-    const first = this.#stream.pictures === 1;
-    if (!first) {
-      const rate = ((this.#stream.pictures - this.#counted) * 1000) / (now - this.#countedAt);
-      this.#rate = this.#rate ? 0.6 * this.#rate + 0.4 * rate : rate;
-    }
-    this.#countedAt = now;
-    this.#counted = this.#stream.pictures;
+    const now = [performance.now(), this.#player.pictures];
+    this.#counts = [...this.#counts.slice(-RATE_TICKS), now];
+    const [first] = this.#counts;
+    return first === now ? 0 : ((now[1] - first[1]) * 1000) / (now[0] - first[0]);
   }
 
   #ended(error) {
-    const healthy = this.#lastPictureAt > this.#openedAt + HEALTHY_MS;
+    const healthy = this.#firstMoveAt > 0 && this.#lastMoveAt > this.#firstMoveAt + HEALTHY_MS;
     this.#close();
-    this.#phase = 'ended';
+    this.#phase = error?.final ? 'unplayable' : 'ended';
     this.#endReason = error?.message ?? '';
-    this.#tries = healthy ? 0 : this.#tries;
-    const delay = RETRY_MS[Math.min(this.#tries, RETRY_MS.length - 1)];
-    this.#tries += 1;
-    this.#timer = setTimeout(() => this.#openIfPossible(), delay);
+    if (!error?.final) {
+      this.#tries = healthy ? 0 : this.#tries;
+      const delay = RETRY_MS[Math.min(this.#tries, RETRY_MS.length - 1)];
+      this.#tries += 1;
+      this.#timer = setTimeout(() => this.#openIfPossible(), delay);
+    }
     this.#render();
     this.dispatchEvent(Object.assign(new Event('end'), { error }));
   }
@@ -143,8 +177,8 @@ export class LivePicture extends EventTarget {
     const status = describe(this.camera, this.#phase, this.#endReason);
     const find = (selector) => this.element.querySelector(selector);
     this.element.dataset.tone = status.tone;
-    this.#canvas.setAttribute('aria-label', `Live picture of ${this.camera.name}`);
-    this.#canvas.hidden = this.#lastPictureAt === 0;
+    this.#screen.setAttribute('aria-label', `Live picture of ${this.camera.name}`);
+    this.#screen.toggleAttribute('data-blank', this.#lastMoveAt === 0);
     find('.badge').hidden = status.tone !== 'live';
     find('.overlay').hidden = status.tone === 'live';
     find('.symbol').className = `symbol icon-${status.symbol}`;

@@ -2,7 +2,7 @@
 import { formatOf, typeName } from './formats.js';
 
 // A stream's phases: stopped (nobody should watch), opening (no picture yet), live, stalled (pictures stopped coming),
-// ended (over; another try follows).
+// ended (over; another try follows), unplayable (over for good).
 export const sentence = (text) => {
   const trimmed = text.trim();
   if (!trimmed) return '';
@@ -12,7 +12,7 @@ export const sentence = (text) => {
 
 // Whether a stream may be opened for this camera at all.
 export const isWatchable = (camera) =>
-  camera.enabled && camera.state !== 'disabled' && camera.state !== 'off' && Boolean(formatOf(camera, 0).url);
+  camera.enabled && camera.state !== 'disabled' && camera.state !== 'off' && Boolean(formatOf(camera).Player);
 
 // {tone: live|busy|problem|quiet, symbol, label, title, detail}; label is one or two words, title and detail stand on
 // the picture.
@@ -26,16 +26,17 @@ export function describe(camera, phase, endReason = '') {
     const why = reason || 'The recorder is not running.';
     return problem('power', 'Recorder off', 'No picture', `${why} The picture returns when it runs again.`);
   }
-  const { note } = formatOf(camera, 0);
+  const { note, opening } = formatOf(camera);
   if (note) return quiet('film', typeName(camera), `${typeName(camera)} camera`, note);
   if (phase === 'live') return { tone: 'live', symbol: '', label: 'Live', title: '', detail: '' };
+  if (phase === 'unplayable') return problem('nocamera', 'No picture', 'No picture', sentence(endReason));
   if (camera.state === 'failed') {
     return problem('nocamera', 'No picture', 'No picture', `${reason || 'The camera does not answer.'} Trying again.`);
   }
   if (phase === 'stopped') return quiet('pause', 'Paused', 'Paused', '');
   if (phase === 'stalled') return busy('Waiting', 'The picture stands still', 'Waiting for the camera.');
   if (phase === 'ended') return busy('Waiting', 'No picture just now', `${sentence(endReason)} Trying again.`.trim());
-  return busy('Connecting', 'Connecting', '');
+  return busy('Connecting', opening, '');
 }
 
 const busy = (label, title, detail) => ({ tone: 'busy', symbol: 'spinner', label, title, detail });

@@ -2,7 +2,7 @@
 //
 // The stream is read with fetch rather than by an <img>: browsers do not tell a page when the pictures of an <img> stop
 // coming, and a still picture that looks live is the one fault a camera page must not have.
-import { ApiError, SESSION_ENDED, UNREACHABLE, unwrap } from './api.js';
+import { ApiError, UNREACHABLE, refusalToWatch, unwrap } from './api.js';
 import { MultipartReader } from './multipart.js';
 
 export class LiveStream {
@@ -76,12 +76,10 @@ export class LiveStream {
   }
 }
 
-// Throws what a refusal says. Without the right to watch it is the same code as without a session; that the session has
-// ended is for the list of cameras to find out.
 function refuse(answer) {
   try {
     unwrap(answer);
   } catch (error) {
-    throw error.code === SESSION_ENDED ? new ApiError(SESSION_ENDED, 'You may not watch this camera.') : error;
+    throw refusalToWatch(error);
   }
 }

@@ -10,7 +10,7 @@ const GONE = { name: 'Unknown camera', type: 'mjpeg', enabled: false, state: 'go
 export class SingleView {
   #id;
   #picture = null; // once the list of cameras is known
-  #view = 0;
+  #shown = [false, 0];
   #stage;
   #onEnd;
   title = 'Camera';
@@ -29,9 +29,9 @@ export class SingleView {
     return this.#picture ? [this.#picture] : [];
   }
 
-  show(view) {
-    this.#view = view;
-    this.#picture?.show(view);
+  show(...watching) {
+    this.#shown = watching;
+    this.#picture?.show(...watching);
   }
 
   update(cameras) {
@@ -72,7 +72,7 @@ export class SingleView {
     });
     this.#picture.addEventListener('end', this.#onEnd);
     this.#stage.append(this.#picture.element);
-    this.#picture.show(this.#view);
+    this.#picture.show(...this.#shown);
   }
 
   #render() {

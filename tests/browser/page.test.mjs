@@ -4,7 +4,8 @@ import { execFileSync } from 'node:child_process';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Site, accessibilityFaults, difference, launch, shoot, waitUntil } from './support.mjs';
+import { Site, accessibilityFaults, difference, isLive as isLiveIn, launch, logIn as enter, shoot, tileOf, untilLive,
+  waitUntil } from './support.mjs';
 
 const NAME = 'anna';
 const PASSWORD = 'correct horse battery';
@@ -29,7 +30,7 @@ before(async () => {
   await site.do('camera', 'Garage', 'mjpeg', 'http://127.0.0.1:1/', {});
   const cellar = await site.do('camera', 'Cellar', 'mjpeg', 'test:', {});
   await site.do('oculora', 'camera', 'disable', String(cellar));
-  await site.do('camera', 'Door', 'h264', 'test:', {});
+  await site.do('camera', 'Door', 'mpeg4', 'test:', {});
   url = await site.do('serve');
   browser = await launch();
 });
@@ -55,17 +56,10 @@ async function newPage(where) {
   return fresh;
 }
 
-async function logIn(where = page, password = PASSWORD) {
-  await where.goto(url);
-  await where.getByLabel('Name').fill(NAME);
-  await where.getByLabel('Password').fill(password);
-  await where.keyboard.press('Enter');
-}
-
-const tile = (name, where = page) =>
-  where.locator('.tile', { has: where.getByRole('link', { name, exact: true }) });
-const isLive = async (name, where = page) => (await tile(name, where).locator('.state').textContent()).startsWith('Live');
-const live = (name, where = page) => waitUntil(() => isLive(name, where), `a live picture of ${name}`);
+const logIn = (where = page, password = PASSWORD) => enter(where, url, NAME, password);
+const tile = (name, where = page) => tileOf(where, name);
+const isLive = (name, where = page) => isLiveIn(where, name);
+const live = (name, where = page) => untilLive(where, name);
 
 describe('log-in', () => {
   test('a wrong password is answered with its reason', async () => {
@@ -123,7 +117,7 @@ describe('the grid', () => {
     const cases = [
       ['Garage', 'No picture', /\brefused\b/i],
       ['Cellar', 'Disabled', /disabled|switched off/i],
-      ['Door', 'H.264', /comes with a later version/],
+      ['Door', 'MPEG-4', /comes with a later version/],
     ];
     for (const [name, state, reason] of cases) {
       if (name === 'Door') await page.getByRole('link', { name: 'Next' }).click();

@@ -1,7 +1,7 @@
 """A private site for the browser tests: makes it, serves it, and obeys lines of JSON on standard input until that ends.
 
     ["user", name, password]  ["camera", name, type, source, {options}]  ["serve"]  ["oculora", arguments...]
-    ["path", path inside the site]  ["streams"]  ["kill", pid]
+    ["path", path inside the site]  ["streams"]  ["remux", camera]  ["kill", pid]
 
 Each line is answered by one line: {"ok": result} or {"error": text}.
 """
@@ -29,6 +29,16 @@ def streams(site):
     return found
 
 
+def remux(site, camera):
+    """{"pid", "users"} of a camera's HLS stream, or None."""
+    try:
+        with open(site.path(f"/tmp/webapivdostm.pid.{camera}")) as pid, \
+             open(site.path(f"/tmp/ndcam/{camera}/cnt")) as count:
+            return {"pid": int(pid.read()), "users": int(count.readline())}
+    except (FileNotFoundError, ValueError):
+        return None
+
+
 def obey(site, command, *arguments):
     if command == "user":
         return site.add_user(*arguments, admin=True)
@@ -43,9 +53,11 @@ def obey(site, command, *arguments):
         return site.path(*arguments)
     if command == "streams":
         return streams(site)
+    if command == "remux":
+        return remux(site, *arguments)
     if command == "kill":
-        if arguments[0] not in streams(site).values():
-            raise ValueError(f"process {arguments[0]} streams nothing here")
+        if arguments[0] not in site.processes():
+            raise ValueError(f"process {arguments[0]} does not run here")
         return os.kill(arguments[0], signal.SIGKILL)
     raise ValueError(f"unknown command {command}")
 

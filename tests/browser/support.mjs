@@ -49,6 +49,11 @@ export class Site {
     return new Map(Object.entries(await this.do('streams')).map(([camera, pid]) => [Number(camera), pid]));
   }
 
+  // { pid, users } of a camera's HLS stream, or null.
+  remux(camera) {
+    return this.do('remux', camera);
+  }
+
   async close() {
     const ended = this.#process.exitCode === null ? once(this.#process, 'exit') : null;
     this.#process.stdin.end();
@@ -63,6 +68,17 @@ export function launch() {
       '--disable-component-update', '--disable-sync'],
   });
 }
+
+export async function logIn(page, url, name, password) {
+  await page.goto(url);
+  await page.getByLabel('Name').fill(name);
+  await page.getByLabel('Password').fill(password);
+  await page.keyboard.press('Enter');
+}
+
+export const tileOf = (page, name) => page.locator('.tile', { has: page.getByRole('link', { name, exact: true }) });
+export const isLive = async (page, name) => (await tileOf(page, name).locator('.state').textContent()).startsWith('Live');
+export const untilLive = (page, name, seconds) => waitUntil(() => isLive(page, name), `a live picture of ${name}`, seconds);
 
 // Takes a picture of what a person sees of a live picture, below its clock, as PNG.
 export async function shoot(page, canvas) {

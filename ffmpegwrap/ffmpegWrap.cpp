@@ -193,7 +193,8 @@ int H264TS::DoStreamCopy(AVPacket* packet) {
   m_BytesWritten += packet->size;
   packet->duration = m_FrameDuration;
   // In 32 bits: time stamps turn over after 2^32 ticks.
-  packet->pts = static_cast<std::uint32_t>(m_FrameCount) * static_cast<std::uint32_t>(m_FrameDuration);
+  const std::uint32_t pts = static_cast<std::uint32_t>(m_FrameCount) * static_cast<std::uint32_t>(m_FrameDuration);
+  packet->pts = pts;
   av_interleaved_write_frame(m_Output, packet);
   ++m_FrameCount;
   return SEGMENTER_OK;

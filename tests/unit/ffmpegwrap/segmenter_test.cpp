@@ -266,7 +266,9 @@ TEST_F(Segmenter, BadInputEndsWithItsCodeAndLine) {
 
 TEST_F(Segmenter, OutputThatCannotBeWritten) {
   const std::string video = MakeH264(30);
-  EXPECT_EQ((m_Segmenter.get()->*m_Calls->openOutputFile)("%d.ts"), SEGMENTER_NO_INPUT);
+  H264TS& segmenter = *m_Segmenter;
+  const int withoutInput = (segmenter.*m_Calls->openOutputFile)("%d.ts");
+  EXPECT_EQ(withoutInput, SEGMENTER_NO_INPUT);
   EXPECT_EQ(Log(), "Input file is not specified.\n");
   Reset();
   fs::create_directory("0.ts");

@@ -1,0 +1,198 @@
+"""The caching front: viewers share playlists and slices, admission stays the site's, everything else passes through."""
+
+import http.client
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import urllib.parse
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
+from caching_front import CachingFront  # noqa: E402
+from oculora_site import Site, wait_until  # noqa: E402
+
+API = "VELM.Oculora.Stream.VideoStreaming"
+PASSWORD = "a long password"
+ADMITTED_FOR = 11  # seconds for which the front remembers an admission, at most
+
+
+class CachingFrontTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.site = Site()
+        cls.addClassCleanup(cls.site.close)
+        for name, allow in (("anna", "live"), ("bert", "live"), ("guest", "playback")):
+            cls.site.add_user(name, PASSWORD, allow=allow)
+        cls.camera = cls.site.add_camera("Gate", "h264", "test:320x240", fps=10, stay_on=True)
+        cls.other = cls.site.add_camera("Yard", "h264", "test:320x240", fps=10, stay_on=True)
+        cls.clock = cls.site.add_camera("Clock", "mjpeg", "test:640x480", fps=1, stay_on=True)
+        cls.site.oculora("key", "set", cls.other, "otherkey1", "otherkey2")
+        cls.site.serve()
+        cls.front = CachingFront(cls.site)
+        cls.addClassCleanup(cls.front.close)
+        cls.anna, cls.bert, cls.guest = (cls.site.login(name, PASSWORD) for name in ("anna", "bert", "guest"))
+        for camera in (cls.camera, cls.other):
+            wait_until(lambda c=camera: b"hls" in cls.ask(cls.path(c, "Query"), cls.anna)[2], 20, "the cameras")
+        for camera in (cls.camera, cls.other):
+            cls.ask(cls.path(camera, "Open", format="hls"), cls.anna)
+
+    @classmethod
+    def tearDownClass(cls):
+        for camera in (cls.camera, cls.other):
+            cls.ask(cls.path(camera, "Close", format="hls"), cls.anna)
+
+    @classmethod
+    def path(cls, camera, method, **params):
+        return cls.site.api_path(API, method, {"cameraId": camera, **params})
+
+    @classmethod
+    def ask(cls, path, sid=None, past_front=False, body=None):
+        """(status, what the cache says, bytes) of a request with a session in its cookie."""
+        port = cls.site.port if past_front else cls.front.port
+        connection = http.client.HTTPConnection("127.0.0.1", port, timeout=30)
+        try:
+            connection.request("GET", path, body, {"Cookie": f"oculora_sid={sid}"} if sid else {})
+            answer = connection.getresponse()
+            return answer.status, answer.headers["X-Cache"], answer.read()
+        finally:
+            connection.close()
+
+    def playlist(self, camera=None, sid=None):
+        """The addresses of the slices, without scheme and host."""
+        status, _, answer = self.ask(self.path(camera or self.camera, "Stream", format="hls"), sid or self.bert)
+        self.assertEqual(status, 200)
+        return re.findall(rf"^http://127\.0\.0\.1:{self.front.port}(/.*)$", answer.decode(), re.M)
+
+    def cached_slice(self, camera=None):
+        """The address of a slice that is in the cache now, and its bytes."""
+        address = self.playlist(camera)[-1]
+        data = self.ask(address, self.bert)[2]
+        _, cached, again = self.ask(address, self.bert)
+        self.assertEqual((cached, again), ("HIT", data))
+        return address, data
+
+    def assert_refused(self, answer, cached, label):
+        self.assertEqual(json.loads(answer)["error"]["code"], 105, label)
+        self.assertNotEqual(cached, "HIT", label)
+
+    def test_viewers_share_what_plays(self):
+        pid_file = self.site.path(f"/tmp/webapivdostm.pid.{self.camera}")
+        os.utime(pid_file, (1, 1))
+        wait_until(lambda: self.cached_slice() and os.stat(pid_file).st_mtime > 1, 5, "the remux to hear of its viewer")
+        address, data = self.cached_slice()
+        self.assertIn(f"_sid={self.anna}", address, "the session of whoever opened it")
+        # As the page asks: without the session, the slash encoded. As a player without cookies asks: as it stands.
+        for asked, sid in ((re.sub(r"_sid=[^&]*&", "", address).replace("SliceId=1/", "SliceId=1%2F"), self.anna),
+                           (address, None)):
+            _, cached, again = self.ask(asked, sid)
+            self.assertEqual((cached, again), ("HIT", data), asked)
+        self.assertEqual({self.ask(self.path(self.camera, "Stream", format="hls"), sid)[1]
+                          for sid in (self.anna, self.bert, self.anna)} & {"HIT"}, {"HIT"})
+        with tempfile.NamedTemporaryFile(suffix=".ts") as file:
+            file.write(data)
+            file.flush()
+            probe = subprocess.run(["ffprobe", "-v", "error", "-count_frames", "-show_entries",
+                                    "stream=codec_name,width,nb_read_frames", "-of", "csv=p=0", file.name],
+                                   capture_output=True, text=True)
+        self.assertEqual((set(probe.stdout.split()), probe.stderr), ({"h264,320,20"}, ""))
+
+    def test_a_crowd_costs_one_request(self):
+        newest = self.playlist()[-1]
+        wait_until(lambda: self.playlist()[-1] != newest, 10, "a new slice")
+        fresh = self.playlist()[-1]
+        answers = []
+        crowd = [threading.Thread(target=lambda: answers.append(self.ask(fresh, self.bert)[1:])) for _ in range(8)]
+        for one in crowd:
+            one.start()
+        for one in crowd:
+            one.join()
+        self.assertEqual(sorted(cached for cached, _ in answers), ["HIT"] * 7 + ["MISS"])
+        self.assertEqual(len({data for _, data in answers}), 1)
+
+    def test_only_the_admitted_are_served_from_the_cache(self):
+        address, _ = self.cached_slice()
+        bare = re.sub(r"_sid=[^&]*&", "", address)
+        playlist = self.path(self.camera, "Stream", format="hls")
+        for label, path, sid in (("no session", bare, None), ("a session nobody has", bare, "s" * 22),
+                                 ("a session in the address that nobody has", bare + "&_sid=" + "s" * 22, None),
+                                 ("no right to live pictures", bare, self.guest), ("another camera's key",
+                                 bare + "&StmKey=otherkey1", None), ("a playlist", playlist, None),
+                                 ("a playlist, no right", playlist, self.guest)):
+            _, cached, answer = self.ask(path, sid)
+            self.assert_refused(answer, cached, label)
+            self.assertEqual(answer, self.ask(path, sid, past_front=True)[2], label)
+
+    def test_a_query_that_nginx_and_the_site_read_differently_is_not_cached(self):
+        self.cached_slice()
+        mine, (theirs, _) = self.path(self.other, "Stream", format="hls"), self.cached_slice()
+        number = theirs.rsplit("/", 1)[1]
+        key = "&StmKey=otherkey1"
+        for path in (f"{mine}{key}&CameraId={self.camera}", f"{mine}{key}&cameraId={self.camera}",
+                     mine.replace("cameraId", "CameraId") + f"{key}&cameraId={self.camera}",
+                     mine.replace("cameraId", "camer%61Id") + f"{key}&cameraId={self.camera}",
+                     mine.replace("cameraId=", "cameraId=0") + key, mine + key + "&format=hls",
+                     f"{mine}{key}&SliceI%64={self.camera}/{number}", f"{mine}{key}&isRedirectCgi=1"):
+            status, cached, _ = self.ask(path)
+            self.assertIsNone(cached, path)
+            self.assertEqual(status, self.ask(path, past_front=True)[0], path)
+        self.assertIsNotNone(self.ask(mine + key)[1], "by the key alone it is")
+        self.assertIsNone(self.ask(mine + key, body="SliceId=1/1.ts")[1], "a body may carry parameters too")
+
+    def test_an_admission_ends(self):
+        sid = self.site.login("bert", PASSWORD)
+        playlist = self.path(self.camera, "Stream", format="hls")
+        self.assertTrue(self.ask(playlist, sid)[2].startswith(b"#EXTM3U"))
+        self.site.api("VELM.Oculora.Account", "Logout", sid=sid)
+        begin = time.monotonic()
+        wait_until(lambda: self.ask(playlist, sid)[2].startswith(b'{"error"'), ADMITTED_FOR + 1, "the end of admission")
+        self.assertLess(time.monotonic() - begin, ADMITTED_FOR)
+
+    def test_a_failure_is_never_served_from_the_cache(self):
+        address, _ = self.cached_slice()
+        missing = re.sub(r"/\d+\.ts", "/00.ts", address)
+        for _ in range(2):
+            begin = time.monotonic()
+            _, cached, answer = self.ask(missing, self.bert)
+            self.assertEqual(answer, b"")
+            self.assertNotEqual(cached, "HIT")
+            self.assertGreater(time.monotonic() - begin, 3, "the site itself looked for it")
+
+    def test_pictures_pass_at_once(self):
+        self.assertIsNone(self.ask(self.path(self.camera, "Query"), self.anna)[1])
+        url = f"http://127.0.0.1:{self.front.port}{self.path(self.clock, 'Stream', format='mjpeg', timestamp=1)}"
+        begin = time.monotonic()
+        with subprocess.Popen(["curl", "-sN", "-H", f"Cookie: oculora_sid={self.anna}", url],
+                              stdout=subprocess.PIPE) as viewer:
+            data = b""
+            while data.count(b"\xff\xd9\r\n--") < 1:
+                data += viewer.stdout.read1(65536)
+            self.assertLess(time.monotonic() - begin, 0.8, "held back until the next picture")
+            viewer.kill()
+        wait_until(lambda: not [line for line in self.site.processes().values() if "mjpeg" in line], 10, "the stream")
+
+    def test_https_addresses(self):
+        with tempfile.TemporaryDirectory() as scratch:
+            names = [os.path.join(scratch, name) for name in ("key.pem", "certificate.pem")]
+            subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", names[0], "-out",
+                            names[1], "-days", "2", "-subj", "/CN=localhost"], check=True, capture_output=True)
+            front = CachingFront(self.site, "--certificate", names[1], "--key", names[0])
+            self.addCleanup(front.close)
+            base = f"https://127.0.0.1:{front.port}"
+            curl = ["curl", "-sk", "-i", "--max-time", "20"]
+            form = urllib.parse.urlencode({"api": "VELM.Oculora.Account", "method": "Login", "account": "anna",
+                                           "passwd": PASSWORD})
+            answer = subprocess.run([*curl, "-d", form, base + "/webapi/entry.cgi"], capture_output=True, text=True)
+            self.assertRegex(answer.stdout, r"(?i)set-cookie: oculora_sid=.*; secure")
+            curl += ["-H", f"Cookie: oculora_sid={self.anna}", base + self.path(self.camera, "Stream", format="hls")]
+            answer = subprocess.run(curl, capture_output=True, text=True)
+            self.assertIn(f"\n{base}/webapi/entry.cgi?", answer.stdout)
+            self.assertNotIn("http://", answer.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

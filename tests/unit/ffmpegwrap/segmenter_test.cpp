@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <sstream>
@@ -145,10 +146,9 @@ class Segmenter : public testing::Test {
       }
       close(pipe);
     });
-    H264TS& segmenter = *m_Segmenter;
-    int result = (segmenter.*m_Calls->openInputFile)("fifo");
-    if (result == SEGMENTER_OK) result = (segmenter.*m_Calls->openOutputFile)("%d.ts");
-    if (result == SEGMENTER_OK) result = (segmenter.*m_Calls->startTransCode)(playlist, kPrefix, fps);
+    int result = std::invoke(m_Calls->openInputFile, *m_Segmenter, "fifo");
+    if (result == SEGMENTER_OK) result = std::invoke(m_Calls->openOutputFile, *m_Segmenter, "%d.ts");
+    if (result == SEGMENTER_OK) result = std::invoke(m_Calls->startTransCode, *m_Segmenter, playlist, kPrefix, fps);
     fed.get();
     EXPECT_FALSE(HoldsPipe());
     return result;
@@ -266,9 +266,7 @@ TEST_F(Segmenter, BadInputEndsWithItsCodeAndLine) {
 
 TEST_F(Segmenter, OutputThatCannotBeWritten) {
   const std::string video = MakeH264(30);
-  H264TS& segmenter = *m_Segmenter;
-  const int withoutInput = (segmenter.*m_Calls->openOutputFile)("%d.ts");
-  EXPECT_EQ(withoutInput, SEGMENTER_NO_INPUT);
+  EXPECT_EQ(std::invoke(m_Calls->openOutputFile, *m_Segmenter, "%d.ts"), SEGMENTER_NO_INPUT);
   EXPECT_EQ(Log(), "Input file is not specified.\n");
   Reset();
   fs::create_directory("0.ts");

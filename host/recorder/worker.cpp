@@ -2,6 +2,7 @@
 #include "recorder/worker.h"
 
 #include <sys/prctl.h>
+#include <velm/camera.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -23,6 +24,7 @@ constexpr std::int64_t kSecondUs = 1000000;
 constexpr std::int64_t kUnwatchedUs = 10 * kSecondUs;  // a camera nobody watched for so long is let go
 // Packets without a usable picture for so long mean trouble; longer than groups of pictures are.
 constexpr std::int64_t kNothingUsableUs = 30 * kSecondUs;
+constexpr std::int64_t kVisitUs = 30 * kSecondUs;
 constexpr std::int64_t kStoreEveryUs = 60 * kSecondUs;  // a rate that changes all the time must not wear the disk
 constexpr std::int64_t kRetrySliceUs = kSecondUs / 4;
 
@@ -34,6 +36,7 @@ Worker::Worker(CameraRecord camera, CameraRings rings) : m_Camera(std::move(came
     m_WantsRate = true;
     m_KnownRate = profile.measuredFps;
   }
+  if (m_WantsRate && m_Camera.videoType == VIDEO_TYPE_H264) m_StrangeUntilUs = MonotonicUs() + kVisitUs;
 }
 
 void Worker::Run() {
@@ -54,7 +57,10 @@ void Worker::Run() {
   m_Rings.SetState(SourceState::kIdle, "");
 }
 
-bool Worker::IsWanted() const { return m_Camera.stayOn || m_Rings.IsWatched(kUnwatchedUs); }
+bool Worker::IsWanted() const { return m_Camera.stayOn || m_Rings.IsWatched(kUnwatchedUs) || IsStrange(); }
+
+// Already the first viewer of an HLS stream needs the rate, so a camera whose rate nobody knows is visited for it once.
+bool Worker::IsStrange() const { return m_KnownRate == 0 && MonotonicUs() < m_StrangeUntilUs; }
 
 // One connection, from opening to its end. Why it ended; empty when nobody watches any more or a stop was asked for.
 std::string Worker::Serve() {

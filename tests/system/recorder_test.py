@@ -253,7 +253,7 @@ class RecorderTest(unittest.TestCase):
     def test_rate_is_measured_where_none_is_declared(self):
         _, port = self.server("rtsp_server.py")
         url = f"rtsp://127.0.0.1:{port}/live"
-        asked = self.site.camera("h264", url, stay_on=True)
+        asked = self.site.camera("h264", url)  # visited for the rate, although nobody watches
         declared = self.site.camera("h264", url, fps=9, stay_on=True)
 
         def rates(camera):
@@ -264,11 +264,10 @@ class RecorderTest(unittest.TestCase):
         wait_until(lambda: rates(asked)[1], 30, "a measured rate")
         self.assertEqual(rates(asked), (0, 15))
         self.assertEqual(rates(declared), (9, 0))
-        before = self.site.status(asked)
+        wait_until(lambda: self.site.status(asked)["state"] == "idle", what="the visit to end")
         self.site.oculora("camera", "disable", declared)  # the recorder has read the records once more when it is off
         wait_until(lambda: self.site.worker_pid(declared) is None, CHANGE_SECONDS, "the other worker to end")
         self.assertEqual(self.site.worker_pid(asked), worker)
-        self.assertGreater(self.site.status(asked)["framesWritten"], before["framesWritten"])
 
     def test_b_frames_are_told_once(self):
         for name, count in (("plain", 0), ("reordered", 2)):

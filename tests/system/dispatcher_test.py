@@ -246,7 +246,7 @@ class Dispatcher(unittest.TestCase):
         with open(path, "rb") as file:
             good = file.read()
         for name, content, says in (("missing", None, "do not exist"), ("garbage", b"x" * 8192, "damaged"),
-                                    ("cut short", good[:5000], "damaged"), ("empty", b"", "no such table")):
+                                    ("cut short", good[:5000], "damaged"), ("empty", b"", "oculora init")):
             with self.subTest(name):
                 os.unlink(path)
                 if content is not None:

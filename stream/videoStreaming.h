@@ -109,9 +109,9 @@ class VideoStreamingHandler : public VideoStreamingBase {
   void StopFfmpegRemux(bool force);
 
   // In the remux process.
-  [[noreturn]] void BecomeRemux();
+  [[noreturn]] void BecomeRemux(int dir);  // the remux directory
   void OutputH264Data();
-  int InitFfmpegH264(int& pipeFd, int& cursor);  // 0; 1: stopped, or no thread; 2: no pipe
+  int InitFfmpegH264(int& pipeFd, int& cursor);  // 0; 1: stopped, no thread, or not read; 2: no pipe
   int WaitForKeyFrame(int& cursor);
   void FeedPipe(int pipeFd, int cursor);
   bool WriteFrame(int pipeFd, int size, time_t lastData);

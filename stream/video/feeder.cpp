@@ -90,8 +90,7 @@ int VideoStreamingHandler::InitFfmpegH264(int& pipeFd, int& cursor) {
     return 2;
   }
   fcntl(pipeFd, F_SETPIPE_SZ, kPipeBytes);  // no more allowed: works as well, with more wake-ups
-  WriteFrame(pipeFd, size, time(nullptr));
-  return 0;
+  return WriteFrame(pipeFd, size, time(nullptr)) ? 0 : 1;
 }
 
 // Drops frames until the first key frame, which is left in g_Frame. Its size, or 0 when the wait ended without one.
@@ -137,7 +136,7 @@ void VideoStreamingHandler::FeedPipe(int pipeFd, int cursor) {
       continue;
     }
     ++frames;
-    if (!WriteFrame(pipeFd, size, lastData)) break;
+    if (!WriteFrame(pipeFd, size, now)) break;
     if (frames > framesPerCheck) {
       struct stat info {};
       if (!IsRemuxWanted()) break;
@@ -149,7 +148,8 @@ void VideoStreamingHandler::FeedPipe(int pipeFd, int cursor) {
 }
 
 // Writes the frame in g_Frame, as a rule with one write. Waits while the pipe is full, so that a slow disk loses
-// nothing, but not for ever: a segmenter that hangs counts as a silent camera. False when the remux is to end.
+// nothing, but not for ever: a segmenter that hangs counts as a camera silent since `lastData`. False when the remux is
+// to end.
 bool VideoStreamingHandler::WriteFrame(int pipeFd, int size, time_t lastData) {
   for (int done = 0; done < size && g_StopFlag == 0;) {
     const ssize_t written = write(pipeFd, g_Frame + done, static_cast<std::size_t>(size - done));

@@ -77,8 +77,10 @@ int VideoStreamingHandler::RunFfmpegRemux() {
     return -1;
   }
   signal(SIGCHLD, SIG_IGN);  // nobody waits for the remux
+  const int dir = open(m_HlsDir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   const pid_t child = fork();
-  if (child == 0) BecomeRemux();
+  if (child == 0) BecomeRemux(dir);
+  if (dir >= 0) close(dir);
   RemuxLock::Leave();  // the child keeps its share until it has a pid file
   if (child < 0) {
     QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Fail to fork for ffmpeg\n", m_CamId);
@@ -88,17 +90,19 @@ int VideoStreamingHandler::RunFfmpegRemux() {
   return 0;
 }
 
-void VideoStreamingHandler::BecomeRemux() {
+void VideoStreamingHandler::BecomeRemux(int dir) {
   setsid();
   signal(SIGPIPE, SIG_IGN);
-  if (CreatePidFile(m_PidFilePath) != 0) {
-    RemuxLock::Leave();
-    QM_LOG_AS(kRunFfmpegRemux, LOG_LEVEL_ERROR, "Cam[%d]: Failed to create Pid File\n", m_CamId);
-  } else {
-    const bool entered = chdir(m_HlsDir.c_str()) == 0;
-    RemuxLock::Leave();
+  // The lock does not hold for ever: when this process was stopped, another remux may have taken the place.
+  const bool current = fchdir(dir) == 0 && IsRemuxDirOwn();
+  close(dir);
+  const bool listed = current && CreatePidFile(m_PidFilePath) == 0;
+  RemuxLock::Leave();
+  if (listed) {
     LeaveRequest();
-    if (entered) OutputH264Data();
+    OutputH264Data();
+  } else if (current) {
+    QM_LOG_AS(kRunFfmpegRemux, LOG_LEVEL_ERROR, "Cam[%d]: Failed to create Pid File\n", m_CamId);
   }
   const RemuxLock lock(m_CamId);
   if (OwnsRemux() && QmRm(m_PidFilePath) != 0) {

@@ -14,6 +14,7 @@ namespace {
 
 constexpr char kFFmpegH264Remux[] = "FFmpegH264Remux";
 constexpr int kJoinPollUs = 10000;
+constexpr int kJoinPolls = 300;
 
 }  // namespace
 
@@ -50,11 +51,12 @@ void VideoStreamingHandler::RunSegmenter() {
     QM_LOG_AS(kFFmpegH264Remux, LOG_LEVEL_ERROR, "Cam[%d]: Failed to transcode. err = %d.\n", m_CamId, error);
 }
 
-// In a request process there is no thread. In a remux the segmenter may still stand in open(2) of the pipe.
+// In a request process there is no thread. In a remux the segmenter may still stand in open(2) of the pipe. One that
+// hangs elsewhere (a disk that does not answer) is left to the end of the process, which follows.
 void VideoStreamingHandler::FFmpegThreadStop() {
   m_Segmenter.StopTransCode();
   if (m_FfmpegThread == 0) return;
-  while (pthread_tryjoin_np(m_FfmpegThread, nullptr) == EBUSY) {
+  for (int i = 0; i < kJoinPolls && pthread_tryjoin_np(m_FfmpegThread, nullptr) == EBUSY; ++i) {
     PipeGuard::WakeReader();
     usleep(kJoinPollUs);
   }

@@ -1,0 +1,133 @@
+// The reference count of a remux: a remux found in every state, many users at once, starts that fail.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+
+#include "hls_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using HlsCount = HlsTest;
+
+constexpr char kSuccess[] = R"(>{"success":true})";
+constexpr char kFailure[] = R"({"error":{"code":100,"data":{"param1":"","param2":""}},"success":false})";
+
+TEST_F(HlsCount, OfARemuxInEveryState) {
+  enum Process { kNone, kDead, kLive };
+  enum Outcome { kKept, kEnded, kRestarted, kRefused };
+  constexpr char kMissing[] = "";
+  const struct {
+    const char* method;
+    const char* count;
+    Process process;
+    int untouched;  // seconds
+    Outcome outcome;
+    const char* after;
+    const char* line = "";
+  } cases[] = {
+      {"Open", "1\n", kLive, 0, kKept, "2\n", "HandleOpen: Cam[20]: FFMPEG has been already running.\n"},
+      {"Open", "9\n", kLive, 60, kKept, "10\n"},
+      {"Open", "5\n", kLive, 61, kRestarted, "1\n"},
+      {"Open", "3\n", kDead, 0, kRestarted, "1\n"},
+      {"Open", "3\n", kNone, 0, kRestarted, "1\n"},
+      {"Open", "0\n", kLive, 0, kRestarted, "1\n"},  // a Close that was killed half-way
+      {"Open", "-1\n", kLive, 0, kRestarted, "1\n"},
+      {"Open", "?\n", kLive, 0, kKept, "?\n", "HandleOpen: Cam[20]: FFMPEG has been already running.\n"},
+      {"Open", kMissing, kLive, 0, kKept, kMissing},
+      {"Open", "4", kLive, -1, kKept, "4"},  // with a lock file that cannot be opened
+      {"Close", "10\n", kLive, 0, kKept, "9\n\n", "StopFfmpegRemux: Cam[20]: 9 user(s) remain streaming.\n"},
+      {"Close", "9\n\n", kLive, 0, kKept, "8\n\n"},
+      {"Close", "2\n", kLive, 0, kKept, "1\n", "StopFfmpegRemux: Cam[20]: 1 user(s) remain streaming.\n"},
+      {"Close", "1\n", kLive, 0, kEnded, kMissing},
+      {"Close", "0\n", kLive, 0, kEnded, kMissing},
+      {"Close", "?\n", kLive, 0, kEnded, kMissing},
+      {"Close", kMissing, kLive, 0, kEnded, kMissing},
+      {"Close", "1\n", kDead, 0, kEnded, kMissing},
+      {"Close", "1\n", kNone, 0, kRefused, "1\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.method) + " " + c.count + " " + std::to_string(c.process) + std::to_string(c.untouched));
+    fs::remove(oculora::kLogPath);
+    Child remux([] { pause(); });
+    if (c.process == kDead) kill(remux.pid(), SIGKILL), remux.Wait(5000);
+    if (c.process != kNone) WriteFile(PidPath(), std::to_string(remux.pid()));
+    fs::create_directories(Dir());
+    if (*c.count != '\0') WriteFile(Dir() + "/cnt", c.count);
+    if (c.untouched < 0) fs::create_directory(Dir() + "/file_lock");
+    const time_t touched = time(nullptr);
+    if (c.process != kNone) Touch(touched);
+    g_World.now = touched + std::max(c.untouched, 0);
+
+    Child request = Start(c.method, "20&format=hls");
+    if (c.outcome == kRestarted) {
+      const pid_t pid = RemuxPid(remux.pid());
+      EXPECT_TRUE(Until([&] { return ReadFile(Dir() + "/cnt") == c.after; }));
+      kill(pid, SIGTERM);
+      EXPECT_TRUE(Ends(pid));
+    } else {
+      EXPECT_EQ(request.Wait(5000), 0);
+      EXPECT_EQ(ReadFile("/tmp/answer"),
+                c.outcome == kRefused ? std::string(">Content-type: text/plain\r\n\r\nAlready closed.\n\r") + kFailure
+                                      : kSuccess);
+      EXPECT_EQ(ReadFile(Dir() + "/cnt"), c.after);
+      EXPECT_EQ(fs::exists(Dir()), c.outcome != kEnded);
+    }
+    EXPECT_TRUE(Logged(c.line)) << ReadFile(oculora::kLogPath);
+    const bool stopped = c.process == kLive && (c.outcome == kEnded || c.outcome == kRestarted);
+    if (c.process == kLive) {
+      EXPECT_EQ(remux.Wait(stopped ? 5000 : 20), stopped ? SIGINT : -1);
+    }
+    fs::remove(PidPath());
+    fs::remove_all(Dir());
+  }
+}
+
+TEST_F(HlsCount, ManyUsersAtOnceShareOneRemux) {
+  const Child camera([this] {
+    for (;; usleep(2000)) Write("k", true);
+  });
+  for (int round = 0; round < 5; ++round) {
+    std::deque<Child> users;
+    for (int i = 0; i < 8; ++i) users.emplace_back([] { Start("Open", "20&format=hls").Wait(20000); });
+    for (Child& user : users) EXPECT_EQ(user.Wait(20000), 0);
+    EXPECT_EQ(ReadFile(Dir() + "/cnt"), "8\n");
+    const pid_t pid = RemuxPid();
+    users.clear();
+    for (int i = 0; i < 8; ++i) users.emplace_back([] { Start("Close", "20&format=hls").Wait(20000); });
+    for (Child& user : users) EXPECT_EQ(user.Wait(20000), 0);
+    EXPECT_TRUE(Ends(pid));
+    EXPECT_FALSE(fs::exists(Dir()) || fs::exists(PidPath()));
+  }
+}
+
+TEST_F(HlsCount, StartsThatFail) {
+  g_World.haste = 100;
+  EXPECT_EQ(Ask("Open", "22&format=hls"), std::string(">") + kFailure);
+  EXPECT_TRUE(Logged("SetupFfmpegRemux: Cam[22]: Failed to attach live stream buf.\n"));
+  EXPECT_TRUE(Logged("HandleOpen: Cam[22]: Failed to setup ffmpeg remux.\n"));
+  EXPECT_FALSE(fs::exists(Dir(kStreamlessCam))) << "the count went with it";
+
+  g_World.atFork = -1;
+  EXPECT_EQ(Ask("Open", "20&format=hls"), kSuccess);
+  EXPECT_TRUE(Logged("RunFfmpegRemux: Cam[20]: Fail to fork for ffmpeg\n"));
+
+  fs::create_directory(PidPath());
+  Ask("Open", "20&format=hls");
+  EXPECT_TRUE(
+      Until([] { return Logged("RunFfmpegRemux: Cam[20]: Failed to create Pid File\n") && !fs::exists(PidPath()); }));
+  fs::remove_all(Dir());
+
+  for (const char* format : {"HLS", "", "mjpeg"}) {
+    EXPECT_EQ(Ask("Open", std::string("20&format=") + format), kSuccess);
+    EXPECT_FALSE(fs::exists(Dir())) << "nothing is started, nothing counted";
+  }
+}
+
+}  // namespace

@@ -172,7 +172,6 @@ class LiveTest(unittest.TestCase):
             ("a disabled camera", "Stream", {"cameraId": self.off, "format": "mjpeg"}, self.sid, 402),
             ("no live privilege", "Stream", {"cameraId": self.film, "format": "mjpeg"}, "guest", 105),
             ("a method in another case", "query", {"cameraId": self.film}, self.sid, 103),
-            ("a later version's method", "Open", {"cameraId": self.h264, "format": "hls"}, self.sid, 103),
         )
         guest = self.site.login("guest", PASSWORD)
         for name, method, params, sid, code in cases:

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <new>
 
 #include "velm/camera.h"
@@ -24,8 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kCameras = 4;
-constexpr std::size_t kRingBytes = std::size_t{32} << 20;
+constexpr int kCameras = 3;
 
 World* MakeWorld() {
   return new (mmap(nullptr, sizeof(World), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) World();
@@ -37,7 +35,7 @@ void AddH264Cameras() {
     oculora::CameraRecord camera;
     camera.id = 20 + i;
     camera.name = "H.264 " + std::to_string(i);
-    camera.videoType = i == 3 ? VIDEO_TYPE_H264_PLUS : VIDEO_TYPE_H264;
+    camera.videoType = VIDEO_TYPE_H264;
     camera.source = "test:";
     camera.profiles = {{0, 0, 1, 320, 240}, {oculora::kMobileProfile, i == 2 ? 1 : 0, i == 1 ? 0 : 1, 320, 240}};
     database->AddCamera(camera);
@@ -56,53 +54,44 @@ bool EndOrphans() {
   return any;
 }
 
-void Relay(int server, const std::string& text) {
+int Relay(int server, const std::string& text) {
   WriteFile(kRelayed, ReadFile(kRelayed) + std::to_string(server) + " " + text);
+  return g_World.relayResult;
 }
+
+const pid_t g_TestPid = getpid();
 
 }  // namespace
 
 World& g_World = *MakeWorld();
-static const pid_t g_TestPid = getpid();
+std::map<std::string, std::string> HlsTest::env;
 
-#define VISIBLE __attribute__((visibility("default")))
+#define REPLACES extern "C" __attribute__((visibility("default")))
 
-extern "C" {
-time_t __real_time(time_t* result);
-int __real_usleep(useconds_t us);
-pid_t __real_fork();
+extern "C" time_t __real_time(time_t* result);
+extern "C" int __real_usleep(useconds_t us);
+extern "C" pid_t __real_fork();
 
-VISIBLE time_t __wrap_time(time_t*) { return g_World.now != 0 ? g_World.now.load() : __real_time(nullptr); }
-VISIBLE int __wrap_usleep(useconds_t us) { return __real_usleep(us / static_cast<useconds_t>(g_World.haste)); }
-VISIBLE unsigned __wrap_sleep(unsigned seconds) {
+REPLACES time_t __wrap_time(time_t*) { return g_World.now != 0 ? g_World.now.load() : __real_time(nullptr); }
+REPLACES int __wrap_usleep(useconds_t us) { return __real_usleep(us / static_cast<useconds_t>(g_World.haste)); }
+REPLACES unsigned __wrap_sleep(unsigned seconds) {
   g_World.slept += static_cast<int>(seconds);
   return 0;
 }
-VISIBLE pid_t __wrap_fork() {
-  if (getpid() == g_TestPid) return __real_fork();
-  const int number = g_World.atFork.exchange(0);
-  if (number < 0) {
-    errno = EAGAIN;
-    return -1;
-  }
-  const pid_t child = __real_fork();
+REPLACES pid_t __wrap_fork() {
+  const bool ofRequest = getpid() != g_TestPid;
+  const int number = ofRequest ? g_World.atFork.exchange(0) : 0;
+  errno = EAGAIN;
+  const pid_t child = number < 0 ? -1 : __real_fork();
   if (child > 0 && number > 0) kill(child, number);
-  if (child > 0) g_World.forked = child;
+  if (child > 0 && ofRequest) g_World.forked = child;
   return child;
 }
-}
 
-int SendWebAPIToRec(int server, const std::string& query) {
-  Relay(server, query);
-  return g_World.relayResult;
-}
-
+int SendWebAPIToRec(int server, const std::string& query) { return Relay(server, query); }
 int SendWebAPIToRecAndWriteAsHeader(int server, const std::string& query, const std::string& header) {
-  Relay(server, query + "|" + header);
-  return g_World.relayResult;
+  return Relay(server, query + "|" + header);
 }
-
-std::map<std::string, std::string> HlsTest::env;
 
 void HlsTest::SetUp() {
   const bool first = !fs::exists(oculora::kRecordsPath);
@@ -116,16 +105,14 @@ void HlsTest::SetUp() {
   g_World.haste = 1;
   g_World.slept = g_World.atFork = g_World.forked = g_World.relayResult = 0;
   env = {{"REMOTE_ADDR", "192.0.2.1"}, {"HTTP_HOST", "nvr:80"}};
-  for (int i = 0; i < kCameras; ++i) rings[i] = oculora::RingWriter::Create({20 + i, 0}, kRingBytes, true);
+  for (int i = 0; i < kCameras; ++i) rings[i] = oculora::RingWriter::Create({20 + i, 0}, std::size_t{32} << 20, true);
 }
 
 void HlsTest::TearDown() {
   EXPECT_FALSE(EndOrphans()) << ReadFile(oculora::kLogPath);
-  for (int i = 0; i < kCameras; ++i) {
-    oculora::RemoveRing({20 + i, 0});
-    EXPECT_FALSE(fs::exists(PidPath(20 + i)) || fs::exists(Dir(20 + i))) << i;
-    fs::remove_all(PidPath(20 + i));
-    fs::remove_all(Dir(20 + i));
+  for (int cam = kCam; cam < kCam + kCameras; ++cam) {
+    oculora::RemoveRing({cam, 0});
+    EXPECT_EQ(fs::remove_all(PidPath(cam)) + fs::remove_all(Dir(cam)), 0U) << cam;
   }
 }
 
@@ -139,7 +126,6 @@ Child HlsTest::Start(const std::string& method, const std::string& params) {
   return Child([&] {
     const int answer = open("/tmp/answer", O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
     dup2(answer, STDOUT_FILENO);
-    close(answer);
     if (close_range(3, ~0U, 0) != 0 || chdir("/tmp/ndcam") != 0) _exit(1);  // as the dispatcher serves requests
     oculora::RawRequest raw;
     raw.query =
@@ -147,7 +133,7 @@ Child HlsTest::Start(const std::string& method, const std::string& params) {
     raw.env = env;
     const auto request = oculora::MakeRequest(std::move(raw));
     VELM::APIResponse response;
-    printf(">");  // in the buffer when a remux is forked
+    printf(">");
     VideoStreamingHandler(request.get(), &response).HandleProcess();
     Json::StreamWriterBuilder compact;
     compact["indentation"] = "";
@@ -176,8 +162,7 @@ pid_t HlsTest::RemuxPid(pid_t other, int cam) {
 
 bool HlsTest::Ends(pid_t pid) {
   int status = 0;
-  const bool ended = Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; });
-  return ended && status == 0;
+  return Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; }) && status == 0;
 }
 
 bool HlsTest::Runs(pid_t pid) {
@@ -187,4 +172,10 @@ bool HlsTest::Runs(pid_t pid) {
 
 void HlsTest::Write(const std::string& frame, bool key, int cam) {
   ASSERT_GT(rings[cam - kCam].Write(frame.data(), frame.size(), key ? FRAME_FLAG_KEY : 0, 1, VIDEO_TYPE_H264), 0);
+}
+
+Child HlsTest::Camera(useconds_t periodUs) {
+  return Child([&] {
+    for (const std::string frame(20000, 'k');; usleep(periodUs)) Write(frame, true);
+  });
 }

@@ -1,8 +1,5 @@
 // Playlists and slices as clients get them, and what is asked of other hosts.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <filesystem>
 
 #include "hls_fixture.h"
 
@@ -166,7 +163,6 @@ TEST_F(HlsOutput, OldSlicesGoOnceFifteenFilesPiledUp) {
 TEST_F(HlsOutput, ACameraOfAnotherHostIsAskedForThere) {
   const std::string plain = "SendWebAPIToRec failted.[NdId: 12]\n";
   const std::string written = "SendWebAPIToRecAndWriteAsHeader failted.[NdId: 12]\n";
-  const std::string success = R"(>{"success":true})";
   const struct {
     const char* method;
     std::string params;
@@ -177,8 +173,8 @@ TEST_F(HlsOutput, ACameraOfAnotherHostIsAskedForThere) {
       {"Open", "&format=hls",
        "CamIdOnHost=9&HostIp=nvr%3A80&SID=" + SessionOf("root") + "&" + kApi +
            "format=hls&isRedirectCgi=1&itemType=0&method=Open&version=1",
-       success, "HandleOpen: " + plain},
-      {"Close", "", kApi + "isRedirectCgi=1&method=Close&version=1", success, "HandleClose: " + plain},
+       kSuccess, "HandleOpen: " + plain},
+      {"Close", "", kApi + "isRedirectCgi=1&method=Close&version=1", kSuccess, "HandleClose: " + plain},
       {"Stream", "&format=hls",
        "HostIp=nvr%3A80&SliceId=&" + kApi + "format=hls&isRedirectCgi=1&method=Stream&useHttps=true&version=1|" +
            kPlaylist,
@@ -200,7 +196,7 @@ TEST_F(HlsOutput, ACameraOfAnotherHostIsAskedForThere) {
   }
   env.erase("HTTP_HOST");
   fs::remove(kRelayed);
-  EXPECT_EQ(Ask("Open", "9&format=hls"), R"(>{"error":{"code":100,"data":{"param1":"","param2":""}},"success":false})");
+  EXPECT_EQ(Ask("Open", "9&format=hls"), std::string(">") + kFailure);
   EXPECT_TRUE(Logged("HandleOpen: Cam[9]: Failed to get Nd ip and port.\n"));
   EXPECT_EQ(Ask("Stream", "9&format=hls"), ">");
   EXPECT_TRUE(Logged("OutputM3u8: Cam[9]: Failed to get Nd ip and port.\n"));

@@ -178,7 +178,8 @@ def hostile(camera, other):
         "%s%n.ts", f"{other.id}/0.ts", f"0{own}/0.ts", f"./{own}/0.ts", f"/tmp/ndcam/{own}/0.ts",
         *(f"{own}/{name}" for name in (
             "", f"../{other.id}/0.ts", f"../{own}/0.ts", "/0.ts", "fifo", "cnt", "file_lock", "hls.m3u8", ".ts",
-            "-1.ts", "0.ts/", "0.ts\0", "0.ts\0.ts", "0.ts\n", "up/secret", "5005.ts", "5007.ts", "5008.ts", "0" * 3000))]
+            "-1.ts", "0.ts/", "0.ts\0", "0.ts\0.ts", "0.ts\n", "up/secret", "5005.ts", "5007.ts", "5008.ts",
+            "0" * 3000))]
     camera.back_date(20)
     before = os.stat(camera.pid_file).st_mtime
     for name in map(str, refused):

@@ -52,7 +52,7 @@ TEST_F(HlsCount, OfARemuxInEveryState) {
     fs::create_directories(Dir());
     if (!c.count.empty()) WriteFile(Dir() + "/cnt", c.count);
     if (c.untouched < 0) fs::create_directory(Dir() + "/file_lock");
-    const time_t touched = time(nullptr);
+    const time_t touched = time(nullptr) + 1;  // not before the process started
     if (c.process != kNone) WriteFile(PidPath(), std::to_string(remux.pid())), Touch(touched);
     g_World.now = touched + std::max(c.untouched, 0);
 
@@ -91,6 +91,17 @@ TEST_F(HlsCount, ManyUsersAtOnceShareOneRemux) {
     EXPECT_TRUE(Ends(pid));
     EXPECT_TRUE(IsGone());
   }
+}
+
+TEST_F(HlsCount, ACloseWaitsForARemuxThatIsJustStarting) {
+  g_World.atFork = SIGSTOP;
+  const Child open = Start("Open", "20&format=hls");
+  ASSERT_TRUE(Until([] { return g_World.forked != 0; }));
+  Child close = Start("Close", "20");
+  EXPECT_EQ(close.Wait(100), -1);
+  kill(g_World.forked, SIGCONT);
+  EXPECT_EQ(close.Wait(5000), 0);
+  EXPECT_TRUE(Ends(g_World.forked) && IsGone());
 }
 
 TEST_F(HlsCount, StartsThatFail) {

@@ -146,8 +146,8 @@ std::string HlsTest::Ask(const std::string& method, const std::string& params) {
   return ReadFile("/tmp/answer");
 }
 
-bool HlsTest::Until(const std::function<bool()>& condition) {
-  for (int i = 0; i < 5000; ++i) {
+bool HlsTest::Until(const std::function<bool()>& condition, int withinMs) {
+  for (int i = 0; i < withinMs; ++i) {
     if (condition()) return true;
     __real_usleep(1000);
   }
@@ -160,9 +160,9 @@ pid_t HlsTest::RemuxPid(pid_t other, int cam) {
   return pid;
 }
 
-bool HlsTest::Ends(pid_t pid) {
+bool HlsTest::Ends(pid_t pid, int withinMs) {
   int status = 0;
-  return Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; }) && status == 0;
+  return Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; }, withinMs) && status == 0;
 }
 
 bool HlsTest::Runs(pid_t pid) {

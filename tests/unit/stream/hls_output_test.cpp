@@ -72,6 +72,9 @@ TEST_F(HlsOutput, ALongPlaylistIsRewrittenPieceByPiece) {
   const std::string split(4090, 'a');  // its placeholder crosses the end of the first piece and stays
   WriteFile(Dir() + "/hls.m3u8", split + "__HTTPHOST_PREFIX__\n__HTTPHOST_PREFIX__" + std::string(9000, 'b'));
   EXPECT_EQ(Get(""), kPlaylist + split + "__HTTPHOST_PREFIX__\nhttp://nvr:80" + std::string(9000, 'b'));
+  const std::string whole(4076, 'a');  // this one ends with the piece
+  WriteFile(Dir() + "/hls.m3u8", whole + "__HTTPHOST_PREFIX__c");
+  EXPECT_EQ(Get(""), kPlaylist + whole + "http://nvr:80c");
   for (const std::size_t size : {0, 4095, 8190}) {
     WriteFile(Dir() + "/hls.m3u8", std::string(size, 'c'));
     EXPECT_EQ(Get(""), kPlaylist + std::string(size, 'c'));

@@ -34,8 +34,9 @@ int H264TS::OpenInputFile(const char* url) {
   const int result = Enter("input", url);
   if (Mode() == "deaf") pause();  // signals go to the other thread
   if (Mode() == "late") usleep(100000);
-  if (result == 0) g_Pipe = open(url, O_RDONLY | O_CLOEXEC);
-  return result;
+  if (result != 0) return result;
+  g_Pipe = open(url, O_RDONLY | O_CLOEXEC);
+  return g_Pipe < 0 ? SEGMENTER_NOT_OPENED : SEGMENTER_OK;
 }
 
 int H264TS::OpenOutputFile(const char* pattern) { return Enter("output", pattern); }

@@ -115,10 +115,11 @@ TEST_F(HlsCount, StartsThatFail) {
   EXPECT_EQ(Ask("Open", "20&format=hls"), kSuccess);
   EXPECT_TRUE(Logged("RunFfmpegRemux: Cam[20]: Fail to fork for ffmpeg\n"));
 
-  fs::create_directory(PidPath());
+  g_World.atFork = -2;
   Ask("Open", "20&format=hls");
-  EXPECT_TRUE(Until([] { return !fs::exists(PidPath()); }));
+  EXPECT_TRUE(Ends(g_World.forked));
   EXPECT_TRUE(Logged("RunFfmpegRemux: Cam[20]: Failed to create Pid File\n"));
+  fs::remove(PidPath());
   fs::remove_all(Dir());
 
   for (const std::string format : {"HLS", "", "mjpeg"}) EXPECT_EQ(Ask("Open", "20&format=" + format), kSuccess);

@@ -12,6 +12,7 @@ namespace {
 
 constexpr char kLogUnit[] = "ffmpegWrap";
 constexpr char kInputFormat[] = "h264";
+constexpr int kRawPacketBytes = 65536;       // a frame at a time: the demuxer would take it in pieces of 1 KiB
 constexpr std::int64_t kAnalyzeUs = 100000;  // a live pipe must not be probed for seconds
 constexpr int kDefaultFps = 10;
 constexpr unsigned kDefaultPauseUs = 100000;
@@ -91,6 +92,7 @@ int H264TS::OpenInputFile(const char* url) {
   }
   m_Input->opaque = nullptr;
   m_Input->max_analyze_duration = kAnalyzeUs;
+  av_opt_set_int(m_Input, "raw_packet_size", kRawPacketBytes, AV_OPT_SEARCH_CHILDREN);
   if (avformat_find_stream_info(m_Input, nullptr) < 0) {
     QM_LOG_ALWAYS(__func__, "Could not find stream information.\n");
     CleanResource();

@@ -34,6 +34,7 @@
 // Set by SIGTERM and SIGINT; every streaming loop ends when it is.
 extern volatile int g_StopFlag;
 
+class DelayTimer;
 class VideoStreamingHandler;
 
 using VideoStreamingBase =
@@ -76,7 +77,7 @@ class VideoStreamingHandler : public VideoStreamingBase {
   void OutputM3u8();
   void OutputHls(const std::string& sliceId);
   void WritePlaylist(const std::string& hostPrefix);
-  void WriteSlice(const std::string& sliceId);
+  bool WriteSlice(const std::string& sliceId);
   void RelayHls(const Json::Value& info, const char* header, const char* func);
   // Reads up to `size` bytes of a file from `offset` on. The offset to go on from, 0 at the file's end, -1 on failure
   // (then `bytesRead` is -1). Waits up to five seconds for a file that is not there yet.
@@ -114,9 +115,11 @@ class VideoStreamingHandler : public VideoStreamingBase {
   int InitFfmpegH264(int& pipeFd, int& cursor);  // 0; 1: stopped, no thread, or not read; 2: no pipe
   int WaitForKeyFrame(int& cursor);
   void FeedPipe(int pipeFd, int cursor);
+  void Rest(DelayTimer& idle) const;
   bool WriteFrame(int pipeFd, int size, time_t lastData);
   bool IsSilent(time_t now, time_t lastData) const;
   bool IsRemuxWanted() const;
+  void Unlist();
   void EndRemux(int pipeFd);
   bool IsRemuxDirOwn() const;  // whether the directory under its name is the one this process works in
   bool OwnsRemux() const;      // whether pid file and directory are this process's to remove

@@ -1,6 +1,8 @@
 // Lets a paced reading loop sleep until the next frame. See frame_signal.h.
 #include "shm/frame_signal.h"
 
+#include <ctime>
+
 #include "shm/futex.h"
 #include "shm/ring_layout.h"
 
@@ -13,6 +15,12 @@ struct Watched {
 };
 
 thread_local Watched t_Watched;
+thread_local bool t_Copies = false;
+
+FrameWait Sleep(std::int64_t us) {
+  const timespec pause{static_cast<time_t>(us / 1000000), static_cast<long>(us % 1000000) * 1000};
+  return nanosleep(&pause, nullptr) == 0 ? FrameWait::kTimeout : FrameWait::kSignal;
+}
 
 }  // namespace
 
@@ -27,8 +35,10 @@ void ForgetFrames(const Ring& ring) {
   if (t_Watched.ring == &ring) t_Watched = {};
 }
 
+void NoteCopyingReader() { t_Copies = true; }
+
 FrameWait WaitForFrame(std::int64_t timeoutUs) {
-  if (t_Watched.ring == nullptr) return FrameWait::kNoRing;
+  if (t_Watched.ring == nullptr) return t_Copies ? Sleep(timeoutUs) : FrameWait::kNoRing;
   std::atomic<std::uint32_t>& word = t_Watched.ring->announced;
   if (!FutexWait(word, t_Watched.announced, timeoutUs)) return FrameWait::kSignal;
   return word.load(std::memory_order_relaxed) == t_Watched.announced ? FrameWait::kTimeout : FrameWait::kFrame;

@@ -20,9 +20,13 @@ void WatchFrames(Ring& ring);
 // The ring is about to be left.
 void ForgetFrames(const Ring& ring);
 
+// A reader that copies frame after frame: it is to get them all, and none at once, so it need not wake for each.
+void NoteCopyingReader();
+
 enum class FrameWait { kNoRing, kFrame, kTimeout, kSignal };
 
-// Sleeps until a frame is announced that the last read cannot have seen, at most `timeoutUs`.
+// Sleeps until a frame is announced that the last read cannot have seen, at most `timeoutUs`; a copying reader for
+// `timeoutUs`. Returns early for a signal.
 FrameWait WaitForFrame(std::int64_t timeoutUs);
 
 }  // namespace oculora

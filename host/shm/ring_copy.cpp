@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "shm/frame.h"
+#include "shm/frame_signal.h"
 #include "shm/ring_layout.h"
 #include "shm/sequence.h"
 
@@ -58,6 +59,7 @@ void ShmStreamFifo::ReadNext(int& cursor, unsigned char*& buffer, int& size, lon
   const Ring& ring = static_cast<const Ring&>(*this);
   const int capacity = size;
   size = 0;
+  oculora::NoteCopyingReader();
   if (const std::uint64_t newest = oculora::NewestOf(ring); !oculora::NumberOf(cursor, newest)) {
     cursor = oculora::SeqOf(newest);
     return;

@@ -14,6 +14,7 @@
 
 #include "pipe_guard.h"
 #include "remux_lock.h"
+#include "velm/timing.h"
 #include "videoStreaming.h"
 #include "video_unit.h"
 
@@ -125,6 +126,8 @@ void VideoStreamingHandler::FeedPipe(int pipeFd, int cursor) {
   const std::int64_t framesPerCheck = kCheckSeconds * m_ProfileParam;
   std::int64_t frames = 0;
   time_t lastData = time(nullptr);
+  DelayTimer idle(kIdleUs);
+  time_t unlistedSince = 0;  // when the pid file was first missed
   while (IsOutputOpen() && g_StopFlag == 0) {
     const time_t now = time(nullptr);
     int flags = 0;
@@ -132,18 +135,35 @@ void VideoStreamingHandler::FeedPipe(int pipeFd, int cursor) {
     const int size = ReadFrame(m_ShmAddr, cursor, flags);
     if (size <= 0) {
       if (IsSilent(now, lastData)) break;
-      usleep(kIdleUs);
+      Rest(idle);
       continue;
     }
     ++frames;
     if (!WriteFrame(pipeFd, size, now)) break;
     if (frames > framesPerCheck) {
-      struct stat info {};
       if (!IsRemuxWanted()) break;
-      // Without a pid file the check is repeated on the next frame.
-      if (stat(m_PidFilePath, &info) == 0) frames = 0;
+      struct stat info {};
+      if (stat(m_PidFilePath, &info) == 0) {
+        frames = 0;
+        unlistedSince = 0;
+      } else if (unlistedSince == 0) {
+        unlistedSince = now;  // and the check is repeated on the next frame
+      } else if (difftime(now, unlistedSince) > kUntouchedSeconds) {
+        break;  // nobody could find this remux any more, to close it
+      }
     }
     lastData = now;
+  }
+}
+
+// Until the first slice is listed an Open waits for it. Afterwards players are seconds behind, and the host may let a
+// few frames gather: the two threads then wake less often, which halves what a remux costs.
+void VideoStreamingHandler::Rest(DelayTimer& idle) const {
+  if (access(InRemuxDir(m_M3u8Path), F_OK) != 0) {
+    usleep(kIdleUs);
+  } else {
+    idle.BeginTiming();
+    idle.Delay();
   }
 }
 
@@ -185,6 +205,7 @@ bool VideoStreamingHandler::IsRemuxWanted() const {
 
 // The pipe goes first: the segmenter then reads the end of its input and finishes the playlist.
 void VideoStreamingHandler::EndRemux(int pipeFd) {
+  Unlist();
   if (pipeFd >= 0) close(pipeFd);
   if (m_ShmAddr != nullptr) {
     shmdt(m_ShmAddr);

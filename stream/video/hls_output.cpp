@@ -141,14 +141,15 @@ void VideoStreamingHandler::OutputHls(const std::string& sliceId) {
     QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Failed to check slice id.\n", m_CamId);
     return;
   }
-  WriteSlice(sliceId);
+  const bool served = WriteSlice(sliceId);
   fflush(stdout);
   utimes(m_PidFilePath, nullptr);  // keeps the remux alive
-  RemoveOldSlice(sliceId);
+  // A slice that does not exist says nothing about which ones are old.
+  if (served) RemoveOldSlice(sliceId);
 }
 
-// The slice id is the slice's path from the working directory.
-void VideoStreamingHandler::WriteSlice(const std::string& sliceId) {
+// The slice id is the slice's path from the working directory. Whether it could be read.
+bool VideoStreamingHandler::WriteSlice(const std::string& sliceId) {
   WriteWithHeader output(kSliceHeader);
   output.WriteHeader(nullptr);
   static char piece[kSlicePiece];
@@ -158,10 +159,11 @@ void VideoStreamingHandler::WriteSlice(const std::string& sliceId) {
     offset = GetFileContent(piece, kSlicePiece, offset, bytes, sliceId);
     if (bytes <= 0) {
       QM_LOG_AS(kOutputHls, LOG_LEVEL_ERROR, "Cam[%d]: Failed to get HLS content.\n", m_CamId);
-      return;
+      return false;
     }
-    if (output.WriteResponse(piece, bytes) != 0) return;
+    if (output.WriteResponse(piece, bytes) != 0) return true;
   } while (offset > 0);
+  return true;
 }
 
 void VideoStreamingHandler::RelayHls(const Json::Value& info, const char* header, const char* func) {

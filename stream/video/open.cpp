@@ -1,4 +1,6 @@
 // The "Open" method: one more user of a camera's HLS stream.
+#include <sys/time.h>
+
 #include "remux_lock.h"
 #include "videoStreaming.h"
 #include "video_unit.h"
@@ -35,6 +37,7 @@ bool VideoStreamingHandler::OpenHere(const std::string& format, bool relayed) {
   QM_LOG_AS(kHandleOpen, LOG_LEVEL_INFO, "Cam[%d]: RefCnt: %d\n", m_CamId, count);
   if (count != 1) {
     QM_LOG_AS(kHandleOpen, LOG_LEVEL_ERROR, "Cam[%d]: FFMPEG has been already running.\n", m_CamId);
+    utimes(m_PidFilePath, nullptr);  // so that it does not end for want of viewers before this one's first slice
     return true;
   }
   if (SetupFfmpegRemux(relayed) != 0) {
@@ -49,8 +52,7 @@ bool VideoStreamingHandler::OpenHere(const std::string& format, bool relayed) {
 
 // The owner is told how the client knows camera and host, so that the URLs of slices lead back through this host.
 bool VideoStreamingHandler::OpenOnOwner(const std::string& format) {
-  const std::string host = m_pRequest->GetEnv("HTTP_HOST", "");
-  if (host.empty()) {
+  if (!IsEnvSet("HTTP_HOST")) {
     QM_LOG_AS(kHandleOpen, LOG_LEVEL_ERROR, "Cam[%d]: Failed to get Nd ip and port.\n", m_CamId);
     SetErrorCode(kErrOperationFailed, "", "");
     return false;
@@ -60,7 +62,7 @@ bool VideoStreamingHandler::OpenOnOwner(const std::string& format) {
   info["itemType"] = 0;
   info["format"] = format;
   info["SID"] = m_pRequest->GetSessionID();
-  info["HostIp"] = host;
+  info["HostIp"] = m_pRequest->GetEnv("HTTP_HOST", "");
   info["CamIdOnHost"] = m_CamId;
   info["isRedirectCgi"] = 1;
   if (SendWebAPIToRec(m_OwnerNdId, JsonToStrPair(info, true, true)) != 0) {

@@ -92,6 +92,7 @@ int VideoStreamingHandler::RunFfmpegRemux() {
 
 void VideoStreamingHandler::BecomeRemux(int dir) {
   setsid();
+  g_DbgLogPid = 0;  // the request's, if it was asked for
   signal(SIGPIPE, SIG_IGN);
   // The lock does not hold for ever: when this process was stopped, another remux may have taken the place.
   const bool current = fchdir(dir) == 0 && IsRemuxDirOwn();
@@ -105,10 +106,16 @@ void VideoStreamingHandler::BecomeRemux(int dir) {
     QM_LOG_AS(kRunFfmpegRemux, LOG_LEVEL_ERROR, "Cam[%d]: Failed to create Pid File\n", m_CamId);
   }
   const RemuxLock lock(m_CamId);
-  if (OwnsRemux() && QmRm(m_PidFilePath) != 0) {
+  if (NamedPid(m_PidFilePath) == getpid() && QmRm(m_PidFilePath) != 0) {
     QM_LOG_AS(kRunFfmpegRemux, LOG_LEVEL_ERROR, "Failed to remove file [%s]\n", m_PidFilePath);
   }
   _exit(0);
+}
+
+// From here on an Open starts a new remux instead of joining one that ends.
+void VideoStreamingHandler::Unlist() {
+  const RemuxLock lock(m_CamId);
+  if (NamedPid(m_PidFilePath) == getpid()) QmRm(m_PidFilePath);
 }
 
 bool VideoStreamingHandler::IsRemuxDirOwn() const {
@@ -135,6 +142,8 @@ void VideoStreamingHandler::StopFfmpegRemux(bool force) {
   FFmpegThreadStop();
   if (ProcSignalByPidFile(m_PidFilePath, SIGINT) != 0) {
     QM_LOG(LOG_LEVEL_WARN, "Cam[%d]: Failed to send SIGINT signal to %s.\n", m_CamId, m_PidFilePath);
+    // A killed remux leaves its pid file, which would let further Closes believe that there is something to close.
+    if (!ProcAliveByPidFile(m_PidFilePath)) QmRm(m_PidFilePath);
   } else if (QmRm(m_PidFilePath) != 0) {
     QM_LOG_ALWAYS(__func__, "Fail to remove file.[%s]\n", m_PidFilePath);
   }

@@ -14,8 +14,8 @@ class DelayTimer {
   void SetDelayTime(int periodUs) { m_PeriodUs = periodUs; }
   // Waits until a period has passed since the previous pacing point, then makes now the pacing point. A thread that
   // reads a frame ring has nothing to do before the next frame: it sleeps until that arrives, at least the period, at
-  // most the longer of the period and 0.1 s, in place of a wake-up every period. Returns early when a signal arrives,
-  // so that a loop sees its stop flag at once.
+  // most the longer of the period and 0.1 s, in place of a wake-up every period. One that copies frame after frame
+  // sleeps as long and then finds several. Returns early when a signal arrives, so that a loop sees its stop flag.
   void Delay();
 
  private:

@@ -115,14 +115,11 @@ class HlsStormTest(unittest.TestCase):
         self.nothing_is_left()
         self.passed = True
 
-    def nothing_is_left(self, seconds=5, allowed=lambda name: False):
-        def left():
-            return [name for name in leftovers(self.site) if not allowed(name)]
-
+    def nothing_is_left(self, seconds=5):
         try:
-            wait_until(lambda: not left(), seconds)
+            wait_until(lambda: not leftovers(self.site), seconds)
         except AssertionError:
-            self.fail(f"left after {seconds} s: {left()}")
+            self.fail(f"left after {seconds} s: {leftovers(self.site)}")
         inode = os.stat(self.site.path("/tmp/ndcam/file_lock")).st_ino
         with open("/proc/locks") as locks:
             self.assertEqual([line for line in locks if line.split()[-3].endswith(f":{inode}")], [])
@@ -166,8 +163,7 @@ class HlsStormTest(unittest.TestCase):
                     break
         begin = time.monotonic()
         # A remux that lost its pid file to a newer one while it was halted finds out at its next look, once a minute.
-        # The pid file of a killed one is the next Open's to replace.
-        self.nothing_is_left(75, lambda name: name.startswith("webapivdostm"))
+        self.nothing_is_left(75)
         print(f"gone after {time.monotonic() - begin:.1f} s", flush=True)
         for camera in self.cameras:
             camera.open()

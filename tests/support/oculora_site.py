@@ -1,21 +1,15 @@
 """A private site for tests: made in a directory of its own, served on a free port, and gone without trace afterwards.
 
-    from oculora_site import Site
-    with Site() as site:
-        site.add_user("anna", "long password", admin=True)
-        site.add_camera("Clock", "mjpeg", "test:320x240", fps=5)
-        site.serve()
-        sid = site.login("anna", "long password")
-        headers, answer = site.api("VELM.Oculora.Camera", "List", sid=sid)
-
 The programs come from the build directory $OCULORA_BUILD (default: build). After a failure inside the `with` block the
 site's logs are printed and kept in BUILD/site-logs; OCULORA_KEEP_SITES=1 keeps whole sites.
 """
 
+import contextlib
 import ctypes
 import http.client
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -30,19 +24,19 @@ import urllib.parse
 CHECKOUT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 BUILD = os.path.realpath(os.environ.get("OCULORA_BUILD", os.path.join(CHECKOUT, "build")))
 SITE_TOOL = os.path.join(CHECKOUT, "tools", "site")
+FORM = "application/x-www-form-urlencoded"
+LOG, FRONT_LOG = "/var/packages/Oculora/var/oculora.log", "/var/packages/Oculora/var/front.log"
+SERVE_LOG = "/tmp/serve.log"
 PR_SET_PDEATHSIG = 1
 
 
 def wait_until(condition, seconds=15, what="the condition"):
     """Calls `condition` until it returns something true, which is returned; AssertionError when the time is over."""
     end = time.monotonic() + seconds
-    while True:
-        result = condition()
-        if result:
-            return result
-        if time.monotonic() > end:
-            raise AssertionError(f"waited {seconds} s for {what}")
+    while not (result := condition()):
+        assert time.monotonic() < end, f"waited {seconds} s for {what}"
         time.sleep(0.02)
+    return result
 
 
 def free_port():
@@ -52,15 +46,10 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def _end_with_parent():
-    ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
-
-
 def spawn(argv, **kw):
-    """subprocess.Popen whose process ends with the test, even a killed one. Started from a thread other than the main
-    one it is not tied to the test, because the kernel ties to threads."""
+    """subprocess.Popen whose process ends with the test, even a killed one, when started from the main thread."""
     if threading.current_thread() is threading.main_thread():
-        kw.setdefault("preexec_fn", _end_with_parent)
+        kw.setdefault("preexec_fn", lambda: ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGTERM))
     return subprocess.Popen(argv, **kw)
 
 
@@ -72,29 +61,28 @@ def end(process, seconds=10, sig=signal.SIGTERM):
             process.wait(seconds)
         except subprocess.TimeoutExpired:
             process.kill()
-    process.wait()
-    for pipe in (process.stdin, process.stdout, process.stderr):
-        if pipe:
-            pipe.close()
+            process.wait()
+    for pipe in filter(None, (process.stdin, process.stdout, process.stderr)):
+        pipe.close()
     return process.returncode
 
 
+def _text(path):
+    try:
+        return pathlib.Path(path).read_text(errors="replace")
+    except FileNotFoundError:
+        return ""
+
+
 class Site:
-    """One private site. Not for several threads at once, except `get`, `api`, `request` and `login`."""
+    """One private site. Not for several threads at once, except `get`, `api`, `request`, `login` and `run`."""
 
     def __init__(self, init=True):
         self.dir = tempfile.mkdtemp(prefix="oculora-site-")
-        self.url = None
-        self.port = None
-        self.server = None
-        self._server_log = os.path.join(self.dir, "serve.log")
+        self.url = self.port = self.server = None
         self._started = []
         if init:
-            try:
-                self.oculora("init")
-            except BaseException:
-                self.close(failed=True)
-                raise
+            self.oculora("init")
 
     def __enter__(self):
         return self
@@ -102,90 +90,68 @@ class Site:
     def __exit__(self, kind, value, traceback):
         self.close(failed=kind is not None)
 
-    # --- running things inside ---------------------------------------------------------------------------------------
-
     def command(self, argv):
         """The argument list that runs `argv` inside the site."""
         return [SITE_TOOL, self.dir, *map(str, argv)]
 
     def run(self, argv, **kw):
-        """subprocess.run inside the site; 60 s at most unless told otherwise."""
-        kw.setdefault("timeout", 60)
-        return subprocess.run(self.command(argv), **kw)
+        """subprocess.run inside the site; again when the process through which the site was found ended just then."""
+        for _ in range(5):
+            done = subprocess.run(self.command(argv), **{"timeout": 60, **kw})
+            if done.returncode != 125:
+                break
+        return done
 
     def popen(self, argv, **kw):
         """subprocess.Popen inside the site; the process is ended with the site at the latest."""
-        process = spawn(self.command(argv), **kw)
-        self._started.append(process)
-        return process
+        self._started.append(spawn(self.command(argv), **kw))
+        return self._started[-1]
 
-    def oculora(self, *args, input=None, check=True, timeout=60):
+    def oculora(self, *args, input=None, check=True):
         """Runs the admin command; its output is captured as text."""
-        done = self.run([os.path.join(BUILD, "bin", "oculora"), *args], input=input, text=True, capture_output=True,
-                        timeout=timeout)
-        if check and done.returncode != 0:
-            raise AssertionError(f"oculora {' '.join(map(str, args))}: exit {done.returncode}\n{done.stdout}{done.stderr}")
+        done = self.run([os.path.join(BUILD, "bin", "oculora"), *args], input=input, text=True, capture_output=True)
+        assert done.returncode == 0 or not check, f"oculora {args}: exit {done.returncode}\n{done.stdout}{done.stderr}"
         return done
-
-    # --- records -----------------------------------------------------------------------------------------------------
 
     def add_user(self, name, password, admin=False, allow=None):
         options = (["--admin"] if admin else []) + (["--allow", allow] if allow is not None else [])
         self.oculora("user", "add", name, *options, "--password-stdin", input=password + "\n")
 
     def add_camera(self, name, type, source, **opts):
-        """Adds a camera and returns its id; `opts` are the command's options (fps=5, stay_on=True, remote_id=3, ...)."""
-        options = []
-        for key, value in opts.items():
-            if value is not False and value is not None:
-                options += ["--" + key.replace("_", "-")] + ([] if value is True else [value])
-        added = self.oculora("camera", "add", name, "--type", type, "--source", source, *options)
-        return int(added.stdout.strip())
+        """Adds a camera and returns its id; `opts` are the command's options (fps=5, stay_on=True, ...)."""
+        options = [f"--{key.replace('_', '-')}" + ("" if value is True else f"={value}") for key, value in opts.items()]
+        return int(self.oculora("camera", "add", name, "--type", type, "--source", source, *options).stdout)
 
-    # --- serving -----------------------------------------------------------------------------------------------------
+    def camera(self, id):
+        """What `oculora status` says of a camera, None when it is not there."""
+        cameras = json.loads(self.oculora("status", "--json").stdout)["cameras"]
+        return next((camera for camera in cameras if camera["id"] == id), None)
 
-    def serve(self, *options, seconds=20):
+    def serve(self):
         """Starts the server on a free port and waits until it answers; sets `url` and `port`."""
-        with open(self._server_log, "ab") as log:
-            start = log.tell()
-            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", "0", "--bind", "127.0.0.1", *options]
+        with open(self.write(SERVE_LOG), "wb") as log:
+            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", "0", "--bind", "127.0.0.1"]
             self.server = self.popen(argv, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
 
         def address():
-            with open(self._server_log, errors="replace") as output:
-                output.seek(start)
-                text = output.read()
-            if self.server.poll() is not None:
-                raise AssertionError(f"oculora serve ended with {self.server.returncode}:\n{text}")
-            return re.search(r"http://127\.0\.0\.1:(\d+)/", text)
+            assert self.server.poll() is None, "oculora serve ended:\n" + self.read(SERVE_LOG)
+            return re.search(r"(http://127\.0\.0\.1:(\d+))/", self.read(SERVE_LOG))
 
-        self.port = int(wait_until(address, seconds, "the server's address").group(1))
-        self.url = f"http://127.0.0.1:{self.port}"
+        self.url, port = wait_until(address, 20, "the server's address").groups()
+        self.port = int(port)
         return self.url
 
     def stop(self, sig=signal.SIGTERM):
         """Ends the server and returns its exit code; None when it was not running."""
-        if self.server is None:
-            return None
-        code = end(self.server, sig=sig)
-        self._started.remove(self.server)
-        self.server = None
-        return code
+        server, self.server = self.server, None
+        return end(server, sig=sig) if server else None
 
-    def serve_output(self):
-        return _text(self._server_log)
-
-    # --- asking ------------------------------------------------------------------------------------------------------
-
-    def request(self, method, path, body=None, headers=None, timeout=30):
+    def request(self, method, path, body=None, headers=None):
         """One HTTP request: (status, headers, bytes)."""
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
-        try:
+        with contextlib.closing(http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)) as connection:
             connection.request(method, path, body=body, headers=headers or {})
             answer = connection.getresponse()
             return answer.status, answer.headers, answer.read()
-        finally:
-            connection.close()
 
     def get(self, path, headers=None):
         """(headers, bytes) of a GET; the headers carry the HTTP status as `headers.status`."""
@@ -193,107 +159,78 @@ class Site:
         answer_headers.status = status
         return answer_headers, body
 
-    def api_path(self, api, method, params=None, sid=None, version=1):
-        query = {"api": api, "version": version, "method": method, **(params or {})}
-        if sid is not None:
-            query["_sid"] = sid
+    def api_path(self, api, method, params=None, sid=None):
+        query = {"api": api, "version": 1, "method": method, **(params or {}), **({"_sid": sid} if sid else {})}
         return "/webapi/entry.cgi?" + urllib.parse.urlencode(query)
 
-    def api(self, api, method, params=None, sid=None, cookies=None, version=1):
+    def api(self, api, method, params=None, sid=None):
         """(headers, answer) of a web-API call with GET; the answer is parsed when it is JSON, else bytes."""
-        headers = {"Cookie": "; ".join(f"{k}={v}" for k, v in cookies.items())} if cookies else {}
-        answer_headers, body = self.get(self.api_path(api, method, params, sid, version), headers)
-        try:
-            return answer_headers, json.loads(body)
-        except ValueError:
-            return answer_headers, body
+        headers, body = self.get(self.api_path(api, method, params, sid))
+        with contextlib.suppress(ValueError):
+            body = json.loads(body)
+        return headers, body
 
     def login(self, name, password):
         """Logs in over the web API and returns the session id."""
         form = urllib.parse.urlencode({"api": "VELM.Oculora.Account", "version": 1, "method": "Login", "account": name,
                                        "passwd": password})
-        _, _, body = self.request("POST", "/webapi/entry.cgi", form,
-                                  {"Content-Type": "application/x-www-form-urlencoded"})
-        answer = json.loads(body)
-        if not answer.get("success"):
-            raise AssertionError(f"log-in of {name} failed: {body!r}")
+        answer = json.loads(self.request("POST", "/webapi/entry.cgi", form, {"Content-Type": FORM})[2])
+        assert answer["success"], f"log-in of {name} failed: {answer}"
         return answer["data"]["sid"]
-
-    # --- looking -----------------------------------------------------------------------------------------------------
 
     def path(self, inside):
         """Where a path inside the site lies on the machine."""
-        for prefix, outside in (("/tmp", "tmp"), ("/var/packages", "packages")):
-            if inside == prefix or inside.startswith(prefix + "/"):
-                return os.path.join(self.dir, outside) + inside[len(prefix):]
-        return inside
+        return re.sub("^(/tmp|/var/packages)(?=/|$)", lambda at: f"{self.dir}/{os.path.basename(at[1])}", inside)
+
+    def read(self, inside):
+        """The text of a file of the site, "" when there is none."""
+        return _text(self.path(inside))
+
+    def write(self, inside, content=""):
+        """Makes a file of the site, of text or bytes, and returns its path outside."""
+        file = pathlib.Path(self.path(inside))
+        file.write_bytes(content.encode() if isinstance(content, str) else content)
+        return str(file)
 
     def log(self):
-        """The host's log; empty as long as there is none."""
-        return _text(self.path("/var/packages/Oculora/var/oculora.log"))
+        return self.read(LOG)
 
     def processes(self):
         """{pid: command line} of everything that runs inside the site."""
         found = {}
         for pid in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                if os.path.samefile(f"/proc/{pid}/root/tmp", os.path.join(self.dir, "tmp")):
-                    with open(f"/proc/{pid}/cmdline", "rb") as line:
-                        found[int(pid)] = line.read().replace(b"\0", b" ").decode(errors="replace").strip()
-            except OSError:
-                continue  # ended meanwhile, or a kernel thread
+            with contextlib.suppress(OSError):  # ended meanwhile, or a kernel thread
+                if os.path.samefile(f"/proc/{pid}/root/tmp", self.path("/tmp")):
+                    with open(f"/proc/{pid}/cmdline", errors="replace") as line:
+                        found[int(pid)] = line.read().replace("\0", " ").strip()
         return found
+
+    def pids(self, pattern):
+        """The processes inside the site whose command lines match."""
+        return [pid for pid, line in self.processes().items() if re.search(pattern, line)]
 
     def shared_memory(self):
         """The lines of the SysV shared memory segments of the running site."""
-        with_header = self.run(["cat", "/proc/sysvipc/shm"], text=True, capture_output=True, check=True).stdout
-        return with_header.splitlines()[1:]
-
-    # --- ending ------------------------------------------------------------------------------------------------------
+        listing = ["tail", "-n", "+2", "/proc/sysvipc/shm"]
+        return self.run(listing, text=True, capture_output=True, check=True).stdout.splitlines()
 
     def close(self, failed=False):
         """Ends everything in the site and removes it. Harmless when repeated."""
         try:
-            self.stop()
             for process in self._started:
-                end(process, 5)
-            self._started = []
-            self._end_strays()
+                end(process)
+            for pid, line in self.processes().items():
+                print(f"still running in the site, killed: {pid} {line}", file=sys.stderr)
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGKILL)
+            wait_until(lambda: not self.processes(), 5, "killed processes to go")
         finally:
-            if failed:
-                self._keep_logs()
+            for path in filter(os.path.exists, map(self.path, (SERVE_LOG, LOG, FRONT_LOG) if failed else ())):
+                kept = os.path.join(BUILD, "site-logs", f"{os.path.basename(self.dir)}-{os.path.basename(path)}")
+                os.makedirs(os.path.dirname(kept), exist_ok=True)
+                shutil.copyfile(path, kept)
+                print(f"--- the end of {kept}:\n{_text(path)[-4000:]}", file=sys.stderr)
             if "OCULORA_KEEP_SITES" in os.environ:
                 print(f"site kept in {self.dir}", file=sys.stderr)
             else:
                 shutil.rmtree(self.dir, ignore_errors=True)
-
-    def _end_strays(self):
-        strays = self.processes()
-        for pid, line in strays.items():
-            print(f"still running in the site, killed: {pid} {line}", file=sys.stderr)
-            try:
-                os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-        if strays:
-            wait_until(lambda: not self.processes(), 5, "killed processes to go")
-
-    def _keep_logs(self):
-        target = os.path.join(BUILD, "site-logs")
-        os.makedirs(target, exist_ok=True)
-        logs = [("serve", self._server_log)] + [
-            (name, self.path(f"/var/packages/Oculora/var/{name}.log")) for name in ("oculora", "front")]
-        for name, path in logs:
-            text = _text(path)
-            if text:
-                kept = os.path.join(target, f"{os.path.basename(self.dir)}-{name}.log")
-                shutil.copyfile(path, kept)
-                print(f"--- {name} log, the end of {kept}:\n{text[-4000:]}", file=sys.stderr)
-
-
-def _text(path):
-    try:
-        with open(path, errors="replace") as file:
-            return file.read()
-    except FileNotFoundError:
-        return ""

@@ -1,40 +1,33 @@
-#!/usr/bin/python3
-"""An HTTP camera that sends MJPEG in the many ways real ones do, and writes down what it sent.
+"""An HTTP camera that sends MJPEG in the many ways real ones do, and remembers what it sent.
 
-    mjpeg_server.py LOG [--port N] [--pictures FILE...] [--fps N]
-
-Prints "READY PORT". For every whole picture it sends it appends its SHA-256 to the file LOG. /VARIANT says how it
-behaves; VARIANTS lists them. Ends on SIGTERM.
+The address says how it behaves: /plain, /nolength (parts without Content-Length), /quoted (the announced boundary has
+dashes of its own and stands in quotes), /nodashes (boundary lines without them), /otherboundary (announces one, sends
+another), /padded (zero bytes after each picture, counted in Content-Length), /avi1 (without Huffman tables, as in AVI
+files), /junk (every third part is half a picture), /password (asks for admin:secret), /missing (404), /broken (500),
+/html (answers with a page), /stall (three pictures and then nothing more), /silent (never answers), /dies (closes the
+connection in the middle of the fifth picture).
 """
 
-import argparse
-import base64
 import hashlib
 import http.server
 import itertools
+import pathlib
 import socket
 import struct
-import sys
+import subprocess
+import tempfile
 import threading
 import time
 
-VARIANTS = {
-    "plain": "boundary and lengths as the books say",
-    "nolength": "parts without Content-Length",
-    "quoted": "the announced boundary has dashes of its own and stands in quotes",
-    "nodashes": "boundary lines without leading dashes",
-    "otherboundary": "announces one boundary, sends another",
-    "padded": "zero bytes after each picture, counted in Content-Length",
-    "avi1": "pictures without Huffman tables, as in AVI files; LOG names the pictures they were made of",
-    "junk": "every third part is half a picture",
-    "password": "asks for admin:secret (basic authentication)",
-    "missing": "404",
-    "broken": "500",
-    "html": "answers with a page",
-    "stall": "answers, sends three pictures and then nothing more",
-    "silent": "takes the connection and never answers",
-    "dies": "closes the connection in the middle of the fifth picture",
-}
+BOUNDARIES = {"quoted": ('"--pic"', b"--pic"), "nodashes": ("pic", b"pic"), "otherboundary": ("first", b"--second")}
+
+
+def make_pictures():
+    """15 JPEGs with the standard Huffman tables, no two alike."""
+    with tempfile.TemporaryDirectory() as folder:
+        subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=size=640x360", "-frames:v", "15",
+                        "-c:v", "mjpeg", "-q:v", "3", "-huffman", "default", folder + "/%02d.jpg"], check=True)
+        return [file.read_bytes() for file in sorted(pathlib.Path(folder).iterdir())]
 
 
 def without_tables(picture):
@@ -48,116 +41,59 @@ def without_tables(picture):
     return kept + picture[at:]
 
 
-class Camera(http.server.BaseHTTPRequestHandler):
-    pictures = []
-    interval = 0.1
-    log_path = None
-    lock = threading.Lock()
-
-    def log_message(self, *_):
-        pass
+class _Connection(http.server.BaseHTTPRequestHandler):
+    log_message = lambda *_: None  # noqa: E731
 
     def do_GET(self):
-        variant = self.path.strip("/").split("?")[0]
-        if variant not in VARIANTS or variant == "missing":
-            self.send_error(404)
-        elif variant == "broken":
-            self.send_error(500)
-        elif variant == "silent":
+        variant = self.path.strip("/")
+        announced, boundary = BOUNDARIES.get(variant, ("pic", b"--pic"))
+        status = {"missing": 404, "broken": 500}.get(variant, 200)
+        if variant == "password" and self.headers["Authorization"] != "Basic YWRtaW46c2VjcmV0":
+            status = 401
+        if variant == "silent":
             self.hold()
-        elif variant == "html":
-            self.answer("text/html")
+        self.send_response(status)
+        self.send_header("WWW-Authenticate", 'Basic realm="camera"')
+        html = variant == "html"
+        self.send_header("Content-Type", "text/html" if html else f"multipart/x-mixed-replace; boundary={announced}")
+        self.end_headers()
+        if html:
             self.wfile.write(b"<html><body>Please log in</body></html>\n" * 20)
-        elif variant == "password" and not self.is_authorised():
-            self.send_response(401)
-            self.send_header("WWW-Authenticate", 'Basic realm="camera"')
-            self.end_headers()
-        else:
-            self.stream(variant)
+        elif status == 200:
+            self.stream(variant, boundary)
 
-    def is_authorised(self):
-        expected = "Basic " + base64.b64encode(b"admin:secret").decode()
-        return self.headers.get("Authorization") == expected
-
-    def hold(self):
-        """Until the client leaves."""
-        self.connection.settimeout(None)
+    def hold(self):  # until the client leaves
         while self.connection.recv(1024):
             pass
 
-    def answer(self, content_type):
-        self.send_response(200)
-        self.send_header("Content-Type", content_type)
-        self.end_headers()
+    def stream(self, variant, boundary):
+        for number, picture in enumerate(itertools.cycle(self.server.pictures)):
+            if variant == "stall" and number == 3:
+                return self.hold()
+            self.server.sent.add(hashlib.sha256(picture).hexdigest())
+            half = picture[: len(picture) // 2]
+            if variant == "dies" and number == 4:
+                self.part(boundary, half, len(picture))
+                # Without the usual goodbye, as a camera that loses power and answers again later.
+                self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                return self.connection.close()
+            body = {"avi1": without_tables(picture), "padded": picture + bytes(7),
+                    "junk": half if number % 3 == 2 else picture}.get(variant, picture)
+            self.part(boundary, body, None if variant == "nolength" else len(body))
+            time.sleep(0.1)
 
-    def stream(self, variant):
-        announced = {"quoted": '"--pic"', "otherboundary": "first"}.get(variant, "pic")
-        self.answer(f"multipart/x-mixed-replace; boundary={announced}")
-        line = {"nodashes": b"pic\r\n", "otherboundary": b"--second\r\n"}.get(variant, b"--pic\r\n")
-        try:
-            for number, picture in enumerate(itertools.cycle(self.pictures)):
-                if variant == "stall" and number == 3:
-                    self.hold()
-                    return
-                if variant == "dies" and number == 4:
-                    self.part(line, picture[: len(picture) // 2], len(picture))
-                    self.reset()
-                    return
-                if variant == "junk" and number % 3 == 2:
-                    half = picture[: len(picture) // 2]
-                    self.part(line, half, len(half))
-                else:
-                    padding = bytes(7) if variant == "padded" else b""
-                    self.note(picture)
-                    if variant == "avi1":
-                        picture = without_tables(picture)
-                    length = None if variant == "nolength" else len(picture) + len(padding)
-                    self.part(line, picture + padding, length)
-                time.sleep(self.interval)
-        except (BrokenPipeError, ConnectionResetError):
-            pass  # the client left
-
-    def part(self, line, body, length):
-        header = b"Content-Type: image/jpeg\r\n"
-        if length is not None:
-            header += b"Content-Length: %d\r\n" % length
-        self.wfile.write(line + header + b"\r\n" + body + (b"\r\n" if length is None or length == len(body) else b""))
-
-    def note(self, picture):
-        """Before it is sent: whoever received it finds it here."""
-        with self.lock, open(self.log_path, "a") as log:
-            log.write(hashlib.sha256(picture).hexdigest() + "\n")
-
-    def reset(self):
-        """Closes without the usual goodbye, as a camera that loses power and answers again later does."""
-        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-        self.connection.close()
+    def part(self, boundary, body, length):
+        header = b"" if length is None else b"Content-Length: %d\r\n" % length
+        self.wfile.write(boundary + b"\r\nContent-Type: image/jpeg\r\n" + header + b"\r\n" + body + b"\r\n")
 
 
-class Server(http.server.ThreadingHTTPServer):
+class MjpegCamera(http.server.ThreadingHTTPServer):
+    """Runs with the test. `pictures` are shown at 10 a second, `sent` has the SHA-256 of each that went out."""
+
     daemon_threads = True
-    allow_reuse_address = True
+    handle_error = lambda *_: None  # noqa: E731: the client left
 
-    def handle_error(self, *_):
-        pass
-
-
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("log")
-    parser.add_argument("--port", type=int, default=0)
-    parser.add_argument("--pictures", nargs="+", required=True)
-    parser.add_argument("--fps", type=float, default=10)
-    arguments = parser.parse_args()
-    Camera.log_path = arguments.log
-    Camera.interval = 1 / arguments.fps
-    for path in arguments.pictures:
-        with open(path, "rb") as file:
-            Camera.pictures.append(file.read())
-    server = Server(("127.0.0.1", arguments.port), Camera)
-    print("READY", server.server_address[1], flush=True)
-    server.serve_forever()
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+    def __init__(self):
+        super().__init__(("127.0.0.1", 0), _Connection)
+        self.pictures, self.sent, self.address = make_pictures(), set(), f"127.0.0.1:{self.server_address[1]}"
+        threading.Thread(target=self.serve_forever, daemon=True).start()

@@ -1,146 +1,111 @@
-// Frames that readers hold against a writer that overtakes them.
-#include <signal.h>
+// Frames that readers hold against a writer that overtakes them, and the table of the readers.
+#include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <sys/mman.h>
-#include <algorithm>
+#include <csignal>
 #include <list>
-#include <map>
 
 #include "capture.h"
 #include "ring_fixture.h"
 
 namespace {
 
+constexpr std::size_t kFrame = 10240;
+
 // With streams that fill the whole area and with pictures, which go round in a part of it.
 class Pins : public RingTest, public testing::WithParamInterface<CAM_VIDEO_TYPE> {
  protected:
   void SetUp() override { videoType = GetParam(); }
-  std::uint64_t Dropped() const { return ring->framesDropped.load(); }
-
-  // The index never describes bytes twice: each frame in it ends before the next one begins, within one round.
-  void ExpectSoundIndex() const {
-    std::map<std::uint64_t, std::uint64_t> frames;  // begin and end of what the entries name
-    for (const oculora::RingEntry& entry : ring->entries) {
-      if (entry.number != 0) frames[entry.position] = entry.position + entry.size;
-    }
-    ASSERT_FALSE(frames.empty());
-    std::uint64_t end = 0;
-    for (const auto& frame : frames) {
-      EXPECT_LE(end, frame.first);
-      end = frame.second;
-    }
-    EXPECT_LE(end - frames.begin()->first, ring->dataBytes);
-  }
 };
 
 TEST_P(Pins, HeldFramesStayWhileTheWriterLaps) {
   Make(3 << 20);
   std::list<Reader> readers;
-  std::vector<std::pair<const unsigned char*, std::vector<unsigned char>>> held;
   for (int i = 0; i < 4000; ++i) {
-    const std::size_t size = 1000 + static_cast<std::size_t>(i * 7919 % 40000);
-    const int seq = Write(size);
+    const int seq = Write(1000 + static_cast<std::size_t>(i * 7919 % 40000));
     ASSERT_GT(seq, kSeqNone) << "dropped although there is room";
-    Reader watcher(fifo.get());
-    ASSERT_EQ(watcher.Latest(kSeqNone), seq);
-    if (i % 10 == 0) ExpectSoundIndex();
-    if (i % 150 != 0 || held.size() == 10) continue;
-    ASSERT_EQ(readers.emplace_back(fifo.get()).Latest(kSeqNone), seq);
-    const unsigned char* data = readers.back().info.entry.data;
-    held.emplace_back(data, std::vector<unsigned char>(data, data + size));
+    ASSERT_EQ(Reader(*ring).Latest(), seq);
+    if (i % 150 != 0 || readers.size() == 10) continue;
+    ASSERT_EQ(readers.emplace_back(*ring).Latest(), seq);
   }
-  ASSERT_EQ(held.size(), 10U);
-  for (const auto& [data, copy] : held) EXPECT_TRUE(std::equal(copy.begin(), copy.end(), data));
+  for (const Reader& reader : readers) EXPECT_EQ(reader.Held(), reader.info.entry.seq);
 }
 
 TEST_P(Pins, FullRingDropsNewFramesAndKeepsTheNewest) {
-  constexpr std::size_t kFrame = 10240;
   Make(8 * kFrame);
   std::list<Reader> readers;
+  int newest = 0;
   for (int i = 0; i < 8; ++i) {
-    const int seq = Write(kFrame);
-    ASSERT_EQ(readers.emplace_back(fifo.get()).Latest(kSeqNone), seq);
+    newest = Write(kFrame);
+    ASSERT_EQ(readers.emplace_back(*ring).Latest(), newest);
   }
-  const int newest = readers.back().info.entry.seq;
   for (int i = 0; i < 5; ++i) EXPECT_EQ(Write(kFrame), 0);
-  EXPECT_EQ(Dropped(), 5U);
-  Reader late(fifo.get());
-  EXPECT_EQ(late.Latest(kSeqNone), newest);
-  late.Finish();
-  for (Reader& reader : readers) {
-    EXPECT_EQ(Reader::Judge(&reader.info.entry), reader.info.entry.seq);
-  }
-  for (auto release : {3, 0, 4}) {  // each in turn is the only room
+  EXPECT_EQ(ring->framesDropped, 5U);
+  EXPECT_EQ(Reader(*ring).Latest(), newest);
+  for (const Reader& reader : readers) EXPECT_EQ(reader.Held(), reader.info.entry.seq);
+  for (const int release : {3, 0, 4}) {  // each in turn is the only room
     Reader& reader = *std::next(readers.begin(), release);
     reader.Finish();
     for (int i = 0; i < 3; ++i) EXPECT_GT(Write(kFrame), newest);
-    ASSERT_NE(reader.Latest(kSeqNone), 0);
+    ASSERT_NE(reader.Latest(), 0);
     EXPECT_EQ(Write(kFrame), 0);
   }
 }
 
 TEST_P(Pins, FramesOfAnySizeFitUpToTheWholeRing) {
-  Make(oculora::kMaxFrameBytes);
-  Reader reader(fifo.get());
-  for (const std::size_t size : {std::size_t{8}, oculora::kMaxFrameBytes, oculora::kMaxFrameBytes, std::size_t{64},
-                                 oculora::kMaxFrameBytes / 2 + 64, oculora::kMaxFrameBytes / 2 + 64}) {
+  constexpr std::size_t kMost = oculora::kMaxFrameBytes;
+  Make(kMost);
+  for (const std::size_t size : {std::size_t{8}, kMost, kMost, std::size_t{64}, kMost / 2 + 64, kMost / 2 + 64}) {
     const int seq = Write(size);
     EXPECT_GT(seq, kSeqNone) << size;
-    EXPECT_EQ(reader.Latest(kSeqNone), seq);
-    reader.Finish();
+    EXPECT_EQ(Reader(*ring).Latest(), seq);
   }
-  std::vector<unsigned char> tooLarge(oculora::kMaxFrameBytes + 1);
-  EXPECT_EQ(writer.Write(tooLarge.data(), tooLarge.size(), 0, 0, 1), -1);
-  EXPECT_EQ(writer.Write(tooLarge.data(), 0, 0, 0, 1), -1);
+  EXPECT_EQ(Write(kMost + 1), -1);
+  EXPECT_EQ(writer.Write("", 0, 0, 0, 1), -1);
 }
 
 // Reads in every way while another process writes as fast as it can into a ring of two or three frames.
 TEST_P(Pins, NoReadEverGivesHalfAPicture) {
-  Make(60 * kKiB);
+  Make(4 << 10);
   Child child([this] {
+    std::vector<std::vector<unsigned char>> film;
+    for (std::uint32_t i = 0; i < 100; ++i) film.push_back(MakePicture(8 + i * 7919 % 2000, i));
     for (std::uint32_t i = 0;; ++i) {
-      Write(8 + i * 7919 % 30000, i % 3 == 0 ? FRAME_FLAG_KEY : 0);
+      const std::vector<unsigned char>& shot = film[i % film.size()];
+      writer.Write(shot.data(), shot.size(), i % 3 == 0 ? kKey : 0, i, videoType);
       const std::vector<unsigned char> extra(i % 1000 + 1, static_cast<unsigned char>(i % 1000));
       writer.SetExtra(extra.data(), extra.size());
     }
   });
-  Reader reader(fifo.get());
-  Reader copier(fifo.get());
-  fifo->StopRead(copier.info);
-  copier.info.copy = static_cast<unsigned char*>(
+  Reader reader(*ring);
+  Reader unseated(*ring);  // gets its frames copied out, as when the table is full
+  ring->StopRead(unseated.info);
+  unseated.info.copy = static_cast<unsigned char*>(
       mmap(nullptr, oculora::kMaxFrameBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  copier.info.copyCapacity = static_cast<std::int32_t>(oculora::kMaxFrameBytes);
-  std::vector<unsigned char> buffer(oculora::kMaxFrameBytes);
-  int reads = 0;
-  int cursor = kSeqNone;
-  while (reads < 50000) {
+  unseated.info.copyCapacity = static_cast<std::int32_t>(oculora::kMaxFrameBytes);
+  Copier copier;
+  std::vector<unsigned char> buffer(65536);
+  for (int reads = 0; reads < 1000000;) {
     // Behind everything, Next gives the frame that the writer is about to overwrite.
-    for (const int seq : {reader.Latest(kSeqNone), reader.LatestKey(kSeqNone), reader.Next(kSeqNone + 1),
-                          copier.Latest(kSeqNone), copier.Next(kSeqNone + 1)}) {
+    for (const int seq : {reader.Latest(), reader.LatestKey(), reader.Next(kSeqNone + 1), unseated.Latest(),
+                          unseated.Next(kSeqNone + 1), copier.Next(*ring, reads % 2 == 0)}) {
       ASSERT_NE(seq, -1);
       reads += seq != 0;
     }
-    unsigned char* data = buffer.data();
-    int size = static_cast<int>(buffer.size());
-    long long timestamp = 0;
-    MediaES media{};
-    int flags = 0;
-    fifo->ReadNext(cursor, data, size, timestamp, media, flags, reads % 2 == 0);
-    ASSERT_TRUE(size == 0 || IsPictureWhole(data, static_cast<std::size_t>(size)));
     int seq = 0;
-    size = static_cast<int>(buffer.size());
-    fifo->ReadLatestIFrame(seq, data, size, reader.info);
-    ASSERT_TRUE(size == 0 || IsPictureWhole(data, static_cast<std::size_t>(size)));
+    int size = static_cast<int>(buffer.size());
+    ring->ReadLatestIFrame(seq, buffer.data(), size, reader.info);
+    ASSERT_TRUE(size == 0 || IsPictureWhole(buffer.data(), size));
     size = 1024;
-    fifo->GetExtra(data, size);
-    for (int i = 0; i < size; ++i) ASSERT_EQ(data[i], static_cast<unsigned char>(size - 1));
+    ring->GetExtra(buffer.data(), size);
+    ASSERT_EQ(std::count(buffer.begin(), buffer.begin() + size, static_cast<unsigned char>(size - 1)), size);
   }
 }
 
 TEST_P(Pins, WriterKilledAtAnyMomentLeavesAGoodRing) {
-  Make(200 * kKiB);
-  Reader reader(fifo.get());
+  Make(200 << 10);
+  Reader reader(*ring);
   for (int round = 0; round < 100; ++round) {
     const std::uint64_t before = ring->newest.load();
     {
@@ -149,20 +114,100 @@ TEST_P(Pins, WriterKilledAtAnyMomentLeavesAGoodRing) {
       });
       while (ring->newest.load() < before + 5) usleep(static_cast<useconds_t>(round * 7));
     }
-    writer = oculora::RingWriter::Create(kId, 200 * kKiB, true);
-    const int left = reader.Latest(kSeqNone);
-    ASSERT_NE(left, -1);
+    writer = oculora::RingWriter::Create(kId, 200 << 10, true);
+    ASSERT_NE(reader.Latest(), -1);
     reader.Finish();
     const int seq = Write(3000, 0);
     ASSERT_GT(seq, kSeqNone);
     ASSERT_EQ(reader.Next(kSeqNone), seq);
-    ASSERT_NE(reader.LatestKey(kSeqNone), -1);
-    ASSERT_TRUE((reader.info.entry.flags & FRAME_FLAG_KEY) != 0 || reader.info.entry.seq == seq);
+    ASSERT_NE(reader.LatestKey(), -1);
+    ASSERT_TRUE((reader.info.entry.flags & kKey) != 0 || reader.info.entry.seq == seq);
     reader.Finish();
   }
-  EXPECT_EQ(Dropped(), 0U);
+  EXPECT_EQ(ring->framesDropped, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, Pins, testing::Values(VIDEO_TYPE_H264, VIDEO_TYPE_MJPEG));
+
+class Readers : public RingTest {
+ protected:
+  static bool IsTaken(const oculora::ReaderSlot& slot) { return slot.owner != 0; }
+  static bool IsPinning(const oculora::ReaderSlot& slot) { return slot.pin != 0; }
+  std::ptrdiff_t Count(bool (*is)(const oculora::ReaderSlot&) = IsTaken) const {
+    return std::count_if(std::begin(ring->readers), std::end(ring->readers), is);
+  }
+};
+
+TEST_F(Readers, KilledOnesAreFreedWhenTheyAreInTheWay) {
+  Make(4 * kFrame);
+  std::list<Child> children;
+  for (int i = 0; i < 4; ++i) {
+    Write(kFrame);
+    children.emplace_back([this] {
+      Reader reader(*ring);
+      reader.Latest();
+      pause();
+    });
+    while (Count(IsPinning) < i + 1) usleep(1000);
+  }
+  EXPECT_EQ(Write(kFrame), 0);
+  EXPECT_EQ(writer.ReapReaders(), 0) << "they live";
+  for (const Child& child : children) {  // zombies until the end
+    kill(child.pid(), SIGKILL);
+    waitid(P_PID, static_cast<id_t>(child.pid()), nullptr, WEXITED | WNOWAIT);
+  }
+  EXPECT_GT(Write(kFrame), kSeqNone);
+  EXPECT_EQ(Count() + Count(IsPinning), 0);
+}
+
+TEST_F(Readers, OwnersAreTheirPidsAndStartTimes) {
+  Make(1 << 16);
+  Reader reader(*ring);
+  std::atomic<std::uint64_t>& owner = ring->readers[reader.info.slot - 1].owner;
+  const std::uint64_t own = owner.load();
+  EXPECT_EQ(own >> 32, static_cast<std::uint64_t>(getpid()));
+  const std::uint64_t init = std::uint64_t{1} << 32;
+  const std::pair<std::uint64_t, bool> cases[] = {
+      {own, false}, {own + 1, true}, {init, false}, {init | 0xFFFFFFFF, true}, {0x7FFFFFFF * init, true}};
+  for (const auto& [value, isDead] : cases) {
+    owner.store(value);
+    EXPECT_EQ(writer.ReapReaders(), isDead ? 1 : 0) << std::hex << value;
+    EXPECT_EQ(owner.load(), isDead ? 0 : value);
+  }
+  owner.store(own);
+}
+
+TEST_F(Readers, CursorsThatAreNotTheirsOrNeverStartedTouchNothing) {
+  Make(1 << 16);
+  Write(1000);
+  Reader reader(*ring);
+  Child child([&] { ring->StopRead(reader.info); });
+  EXPECT_EQ(child.Wait(5000), 0);
+  EXPECT_EQ(Count(), 1) << "the cursor was inherited";
+  DATA_ENTRY_INFO info{};
+  EXPECT_EQ(ring->ReadLatest(kSeqNone, info), nullptr);
+  ring->ReadFinish(nullptr, true, info);
+  ring->StopRead(info);
+  EXPECT_EQ(Count(IsPinning), 0);
+}
+
+TEST_F(Readers, FullTableFallsBackToCopies) {
+  constexpr int kSlots = oculora::kReaderSlots;
+  Make(1 << 16);
+  std::list<Reader> table;
+  for (int i = 0; i < kSlots; ++i) table.emplace_back(*ring);
+  Reader copier(*ring);
+  EXPECT_EQ(copier.info.slot, 0);
+  EXPECT_EQ(Count(), kSlots);
+  const int seq = Write(20000);
+  ASSERT_EQ(copier.Latest(), seq);
+  for (std::size_t i = 0; i < 20; ++i) ASSERT_GT(Write(20000 - i), seq);
+  EXPECT_EQ(copier.Held(), seq) << "the copy changed under the reader";
+  ring->readers[100].owner.store(std::uint64_t{0x7FFFFFFF} << 32);  // a process that is gone
+  Reader lucky(*ring);
+  EXPECT_EQ(lucky.info.slot, 101);
+  ring->StopRead(lucky.info);  // once more at its end: harmless
+  EXPECT_EQ(Count(), kSlots - 1);
+}
 
 }  // namespace

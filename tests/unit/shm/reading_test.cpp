@@ -6,144 +6,96 @@
 
 namespace {
 
-using oculora::kSeqCycle;
-
-constexpr int kKey = FRAME_FLAG_KEY;
-
-// A copying reader with a buffer of its own.
-struct Copier {
-  // The sequence number of what was copied; 0: nothing; -1: a damaged picture.
-  int Next(ShmStreamFifo& fifo, bool keepOrder = true) {
-    unsigned char* data = buffer.data();
-    size = static_cast<int>(buffer.size());
-    fifo.ReadNext(cursor, data, size, timestamp, media, flags, keepOrder);
-    if (size == 0) return 0;
-    return IsPictureWhole(buffer.data(), static_cast<std::size_t>(size)) ? cursor : -1;
-  }
-
-  std::vector<unsigned char> buffer = std::vector<unsigned char>(65536);
-  int cursor = kSeqNone;
-  int size = 0;
-  long long timestamp = 0;
-  MediaES media{};
-  int flags = 0;
-};
-
 class Reading : public RingTest {};
 
-TEST_F(Reading, LatestGivesEachNewestFrameOnce) {
+TEST_F(Reading, KeyFrameIsCopiedWhetherNewerOrNotWhenItFits) {
   Make(1 << 20);
-  Reader reader(fifo.get());
-  EXPECT_EQ(reader.Latest(kSeqNone), 0);
-  EXPECT_EQ(reader.LatestKey(kSeqNone), 0);
-  const int key = Write(5000);
-  const int delta = Write(999, 0);
-  EXPECT_GT(key, kSeqNone);
-  EXPECT_EQ(reader.Latest(kSeqNone), delta);
-  EXPECT_EQ(reader.info.entry.timestamp, 2);
-  EXPECT_EQ(reader.info.entry.flags, 0);
-  EXPECT_EQ(reader.Latest(delta), 0);
-  EXPECT_EQ(reader.Latest(key), delta);
-  EXPECT_EQ(reader.LatestKey(kSeqNone), key);
-  EXPECT_EQ(reader.LatestKey(key), 0);
-  const unsigned char* data = nullptr;
-  int size = 0;
-  EXPECT_FALSE(fifo->GetValidFrame(nullptr, data, size));
-  EXPECT_TRUE(fifo->GetValidFrame(fifo->ReadLatest(kSeqNone, reader.info), data, size));
-  EXPECT_EQ(size, 999);
-}
-
-TEST_F(Reading, KeyFrameIsCopiedWhetherNewerOrNot) {
-  Make(1 << 20);
-  std::vector<unsigned char> buffer(5000);
-  DATA_ENTRY_INFO info{};
-  int seq = 4711;
-  int size = 5000;
-  fifo->ReadLatestIFrame(seq, buffer.data(), size, info);
-  EXPECT_EQ(seq, 4711);
-  EXPECT_EQ(size, 0);
   const int key = Write(5000);
   Write(100, 0);
+  DATA_ENTRY_INFO info{};
+  int seq = 0;
   for (const int capacity : {5000, 5000, 4999, 0, -1}) {
-    buffer.assign(5000, 0xEE);
-    size = capacity;
-    fifo->ReadLatestIFrame(seq, buffer.data(), size, info);
+    std::vector<unsigned char> buffer(5000, 0xEE);
+    int size = capacity;
+    ring->ReadLatestIFrame(seq, buffer.data(), size, info);
     EXPECT_EQ(seq, key);
     EXPECT_EQ(size, capacity == 5000 ? 5000 : 0);
-    EXPECT_EQ(IsPictureWhole(buffer.data(), 5000), capacity == 5000);
-    EXPECT_TRUE(capacity == 5000 || buffer[0] == 0xEE) << "written although it does not fit";
+    EXPECT_TRUE(capacity == 5000 ? IsPictureWhole(buffer.data(), 5000) : buffer[0] == 0xEE) << "written all the same";
   }
 }
 
-TEST_F(Reading, NextKeepsOrderAndRecoversFromLoss) {
-  struct Case {
-    std::string flags;  // of ten frames, K or d
-    int resumesAt;      // index of the frame read after the loss; the last six frames are left in the ring
-  };
-  for (const Case& c : {Case{"KddddddKdd", 7}, Case{"Kddddddddd", 4}, Case{"KKKKKKKKKK", 4}, Case{"KdddddddKK", 8}}) {
-    Make(6 * kKiB);
-    Reader reader(fifo.get());
+TEST_F(Reading, PositionsGiveTheNewestAndTheOnesInOrderAlsoAfterLoss) {
+  const struct {
+    std::string frames;     // ten, keys or deltas, of which the last six are left in the ring
+    std::size_t resumesAt;  // the one read in order after the loss
+    std::size_t key;        // the newest; 0: lost
+  } cases[] = {{"KddddddKdd", 7, 7}, {"Kddddddddd", 4, 0}, {"KKKKKKKKKK", 4, 9}, {"KdddddddKK", 8, 9}};
+  for (const auto& [frames, resumesAt, key] : cases) {
+    Make(6 << 10);
+    Reader reader(*ring);
     std::vector<int> seqs;
-    for (const char flag : c.flags) seqs.push_back(Write(1024, flag == 'K' ? kKey : 0));
+    for (const char frame : frames) seqs.push_back(Write(1024, frame == 'K' ? kKey : 0));
     EXPECT_EQ(reader.Next(kSeqNone), seqs[9]);
-    EXPECT_EQ(reader.Next(seqs[0]), seqs[static_cast<std::size_t>(c.resumesAt)]) << c.flags;
+    EXPECT_EQ(reader.Next(seqs[0]), seqs[resumesAt]) << frames;
     for (std::size_t i = 4; i < 9; ++i) EXPECT_EQ(reader.Next(seqs[i]), seqs[i + 1]);
     EXPECT_EQ(reader.Next(seqs[9]), 0);
+    EXPECT_EQ(reader.Latest(seqs[8]), seqs[9]);
+    EXPECT_EQ(reader.Latest(seqs[9]), 0);
+    EXPECT_EQ(reader.LatestKey(), key == 0 ? 0 : seqs[key]) << frames;
+    EXPECT_EQ(reader.LatestKey(seqs[key]), 0) << frames;
   }
 }
 
 TEST_F(Reading, CopierGetsEverythingFromTheFirstCallOn) {
   Make(1 << 20);
   Copier early;
-  EXPECT_EQ(early.Next(*fifo), 0);  // joins the empty ring
-  const int first = Write(3000, kKey);
+  EXPECT_EQ(early.Next(*ring), 0);  // joins the empty ring
+  const int first = Write(3000);
   Copier late;
-  EXPECT_EQ(late.Next(*fifo), 0);  // joins behind the first frame
+  EXPECT_EQ(late.Next(*ring), 0);  // joins behind the first frame
   const int second = Write(70000, 0);
   const int third = Write(10, 0);
-  EXPECT_EQ(early.Next(*fifo), first);
-  EXPECT_EQ(early.flags, kKey);
-  EXPECT_EQ(early.timestamp, 1);
-  EXPECT_EQ(early.media.videoType, 3);
+  EXPECT_EQ(early.Next(*ring), first);
+  EXPECT_TRUE(early.flags == kKey && early.timestamp == 1 && early.media.videoType == videoType);
   for (Copier* copier : {&early, &late}) {
-    EXPECT_EQ(copier->Next(*fifo), 0) << "over the capacity";
+    EXPECT_EQ(copier->Next(*ring), 0) << "over the capacity";
     EXPECT_EQ(copier->cursor, second);
-    EXPECT_EQ(copier->Next(*fifo), third);
-    EXPECT_EQ(copier->Next(*fifo), 0);
+    EXPECT_EQ(copier->Next(*ring), third);
   }
 }
 
 TEST_F(Reading, CopierFarBehindMayJump) {
-  Make(40 * kKiB);
+  Make(40 << 10);
   Copier patient;
   Copier hasty;
-  EXPECT_EQ(patient.Next(*fifo) + hasty.Next(*fifo), 0);
-  std::vector<int> seqs;
-  seqs.reserve(23);
-  for (int i = 0; i < 20; ++i) seqs.push_back(Write(1024, i % 5 == 0 ? kKey : 0));
-  EXPECT_EQ(hasty.Next(*fifo, false), seqs[0]) << "half a ring behind is not too far";
-  for (int i = 20; i < 23; ++i) seqs.push_back(Write(1024, i % 5 == 0 ? kKey : 0));
-  EXPECT_EQ(hasty.Next(*fifo, false), seqs[20]);
-  EXPECT_EQ(patient.Next(*fifo, true), seqs[0]);
+  EXPECT_EQ(patient.Next(*ring) + hasty.Next(*ring), 0);
+  std::vector<int> seqs(23);
+  for (std::size_t i = 0; i < seqs.size(); ++i) {
+    EXPECT_TRUE(i != 20 || hasty.Next(*ring, false) == seqs[0]) << "half a ring behind is not too far";
+    seqs[i] = Write(1024, i % 5 == 0 ? kKey : 0);
+  }
+  EXPECT_EQ(hasty.Next(*ring, false), seqs[20]);
+  EXPECT_EQ(patient.Next(*ring, true), seqs[0]);
 }
 
 TEST_F(Reading, PositionsSurviveTheWrap) {
-  Make(64 * kKiB);
-  ring->newest.store(kSeqCycle - 3);  // as after 1.4 years
-  ring->oldest.store(kSeqCycle - 2);
-  Reader reader(fifo.get());
+  Make(64 << 10);
+  ring->newest.store(oculora::kSeqCycle - 3);  // as after 1.4 years
+  ring->oldest.store(oculora::kSeqCycle - 2);
+  Reader reader(*ring);
   Copier copier;
-  EXPECT_EQ(copier.Next(*fifo), 0);
-  std::vector<int> seqs;
+  EXPECT_EQ(copier.Next(*ring), 0);
+  std::vector<int> seqs = {kSeqNone};
   for (int i = 0; i < 8; ++i) {
-    seqs.push_back(Write(1000));
-    EXPECT_GT(seqs.back(), oculora::kSeqBeforeFirst);
-    EXPECT_EQ(reader.Latest(i == 0 ? kSeqNone : seqs[static_cast<std::size_t>(i) - 1]), seqs.back());
-    EXPECT_EQ(reader.Latest(seqs.back()), 0);
-    EXPECT_EQ(copier.Next(*fifo), seqs.back());
+    const int seq = Write(1000);
+    EXPECT_GT(seq, oculora::kSeqBeforeFirst);
+    EXPECT_EQ(reader.Latest(seqs.back()), seq);
+    EXPECT_EQ(reader.Latest(seq), 0);
+    EXPECT_EQ(copier.Next(*ring), seq);
+    seqs.push_back(seq);
   }
-  EXPECT_LT(seqs.back(), seqs.front()) << "did not wrap";
-  for (std::size_t i = 0; i + 1 < seqs.size(); ++i) EXPECT_EQ(reader.Next(seqs[i]), seqs[i + 1]);
+  EXPECT_LT(seqs[8], seqs[1]) << "did not wrap";
+  for (std::size_t i = 1; i < 8; ++i) EXPECT_EQ(reader.Next(seqs[i]), seqs[i + 1]);
 }
 
 TEST_F(Reading, ExtraDataStaysWithinBounds) {
@@ -155,9 +107,10 @@ TEST_F(Reading, ExtraDataStaysWithinBounds) {
     for (const int capacity : {-1, 0, 1, 30, 1024, 2000}) {
       std::vector<unsigned char> buffer(2048, 0xEE);
       int size = capacity;
-      fifo->GetExtra(buffer.data(), size);
+      ring->GetExtra(buffer.data(), size);
       EXPECT_EQ(size, std::max(0, std::min(stored, capacity)));
-      for (int i = 0; i < 2048; ++i) ASSERT_EQ(buffer[static_cast<std::size_t>(i)], i < size ? 0x5A : 0xEE);
+      EXPECT_EQ(std::count(buffer.begin(), buffer.end(), 0xEE), 2048 - size) << "at the end";
+      EXPECT_EQ(std::count(buffer.begin(), buffer.begin() + size, 0x5A), size);
     }
   }
 }

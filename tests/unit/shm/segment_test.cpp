@@ -1,6 +1,5 @@
 // Rings that are continued, replaced, removed, damaged or no rings at all.
 #include <cerrno>
-#include <cstring>
 #include <functional>
 
 #include "ring_fixture.h"
@@ -22,52 +21,23 @@ TEST_F(Segments, SameSizeGoesOnAnotherSizeStartsAnew) {
   shmid_ds status{};
   ASSERT_EQ(shmctl(shmId, IPC_STAT, &status), 0);
   EXPECT_EQ(status.shm_perm.mode & 0777, 0600);
-
   Make(1 << 16);
   EXPECT_EQ(ShmId(), shmId);
   EXPECT_EQ(Write(1000), first + 1);
-
-  Fifo old = std::move(fifo);
+  const oculora::RingMapping old = std::move(ring);
   RingWriter oldWriter = std::move(writer);
   Make(1 << 17);
   EXPECT_NE(ShmId(), shmId);
   const int seq = Write(1000);
-  Reader reader(fifo.get());
-  EXPECT_EQ(reader.Latest(kSeqNone), seq);
-  Reader left(old.get());
-  EXPECT_EQ(left.Latest(kSeqNone), 0) << "the old ring is retired";
+  EXPECT_EQ(Reader(*ring).Latest(), seq);
+  EXPECT_EQ(Reader(*old).Latest(), 0) << "the old ring is retired";
   oldWriter = RingWriter();
   EXPECT_TRUE(RingWriter::Attach(kId).IsValid());
-}
-
-TEST_F(Segments, RemovedRingsAreGone) {
-  EXPECT_EQ(LiveStreamFifoAt(kId.camId, kId.streamNo), nullptr);
-  EXPECT_FALSE(RingWriter::Attach(kId).IsValid());
-  EXPECT_FALSE(oculora::RemoveRing(kId));
-  Make(1 << 16);
-  Write(1000);
   EXPECT_EQ(LiveAdoStreamFifoAt(kId.camId, kId.streamNo), nullptr) << "another kind";
-  EXPECT_TRUE(oculora::RemoveRing(kId));
-  EXPECT_FALSE(oculora::RemoveRing(kId));
-  Reader reader(fifo.get());
-  EXPECT_EQ(reader.Next(kSeqNone), 0);
-  EXPECT_GT(Write(1000), kSeqNone) << "harmless to a writer that has not noticed";
-}
-
-TEST_F(Segments, IdsOutOfRangeAreRefused) {
-  for (const oculora::RingId& id :
-       {oculora::RingId{-1, 0}, oculora::RingId{1 << 18, 0}, oculora::RingId{1, -1}, oculora::RingId{1, 16}}) {
-    EXPECT_FALSE(RingWriter::Create(id, 1 << 16, true).IsValid());
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(LiveStreamFifoAt(id.camId, id.streamNo), nullptr);
-  }
-  for (const std::size_t bytes : {std::size_t{0}, oculora::kMaxDataBytes + 1}) {
-    EXPECT_FALSE(RingWriter::Create(kId, bytes, true).IsValid());
-  }
 }
 
 TEST_F(Segments, DamagedRingsAreRefusedByReadersAndReplacedByTheWriter) {
-  const std::vector<std::pair<const char*, std::function<void(Ring&)>>> damages = {
+  const std::pair<const char*, void (*)(Ring&)> damages[] = {
       {"unfinished", [](Ring& r) { r.magic = 0; }},
       {"version", [](Ring& r) { ++r.version; }},
       {"entries", [](Ring& r) { r.entryCount = 1U << 31; }},
@@ -80,10 +50,8 @@ TEST_F(Segments, DamagedRingsAreRefusedByReadersAndReplacedByTheWriter) {
     Make(1 << 16);
     Write(1000);
     damage(*ring);
-    EXPECT_EQ(LiveStreamFifoAt(kId.camId, kId.streamNo), nullptr) << name;
+    EXPECT_EQ(Find(), nullptr) << name;
     EXPECT_EQ(errno, EPROTO) << name;
-    oculora::RingStatus status;
-    EXPECT_FALSE(oculora::ReadRingStatus(kId, status)) << name;
     EXPECT_EQ(GetCamConnStatus(kId.camId), 0) << name;
     const int shmId = ShmId();
     Make(1 << 16);
@@ -94,21 +62,21 @@ TEST_F(Segments, DamagedRingsAreRefusedByReadersAndReplacedByTheWriter) {
 
 TEST_F(Segments, DamagedEntriesLeadNobodyOutOfTheSegment) {
   Make(1 << 16);
-  const std::vector<std::function<void(oculora::RingEntry&)>> damages = {
+  const std::function<void(oculora::RingEntry&)> damages[] = {
       [](auto& entry) { entry.size = 0xFFFFFFFF; },
       [](auto& entry) { entry.position = (1 << 16) - 64; },
       [](auto& entry) { entry.number = 1; },
   };
   for (const auto& damage : damages) {
-    Reader reader(fifo.get());
+    Reader reader(*ring);
     Write(1000);
     damage(oculora::EntryOf(*ring, ring->newest));
-    EXPECT_EQ(reader.Latest(kSeqNone), 0);
+    EXPECT_EQ(reader.Latest(), 0);
     EXPECT_EQ(reader.Next(kSeqNone), 0);
     std::vector<unsigned char> buffer(1 << 16);
     int seq = 0;
     int size = 1 << 16;
-    fifo->ReadLatestIFrame(seq, buffer.data(), size, reader.info);
+    ring->ReadLatestIFrame(seq, buffer.data(), size, reader.info);
     EXPECT_EQ(size, 0);
   }
   ring->oldest.store(ring->newest.load() + 1000);
@@ -121,15 +89,15 @@ TEST_F(Segments, ForeignSegmentsAreLeftAlone) {
   for (const std::size_t bytes : {std::size_t{16}, std::size_t{4096}, sizeof(Ring) + 65536}) {
     const int shmId = shmget(*oculora::RingKey(kId), bytes, IPC_CREAT | IPC_EXCL | 0600);
     ASSERT_GE(shmId, 0);
-    void* address = shmat(shmId, nullptr, 0);
-    std::memcpy(address, "someone's bytes", 16);
-    EXPECT_EQ(LiveStreamFifoAt(kId.camId, kId.streamNo), nullptr);
+    const auto text = static_cast<char*>(shmat(shmId, nullptr, 0));
+    strcpy(text, "someone's bytes");
+    EXPECT_EQ(Find(), nullptr);
     EXPECT_FALSE(RingWriter::Create(kId, 65536, true).IsValid());
     EXPECT_EQ(errno, EEXIST);
     EXPECT_FALSE(oculora::RemoveRing(kId));
     EXPECT_EQ(ShmId(), shmId);
-    EXPECT_STREQ(static_cast<const char*>(address), "someone's bytes");
-    shmdt(address);
+    EXPECT_STREQ(text, "someone's bytes");
+    shmdt(text);
     shmctl(shmId, IPC_RMID, nullptr);
   }
 }

@@ -1,5 +1,5 @@
 // Live stamps, waiting for viewers, and what a ring says about its camera.
-#include <sys/shm.h>
+#include <unistd.h>
 
 #include "capture.h"
 #include "ring_fixture.h"
@@ -7,33 +7,28 @@
 
 namespace {
 
-using oculora::RingStatus;
-using oculora::SourceState;
-
 constexpr std::int64_t kSecond = 1000000;
 constexpr int kNever = -1;
 
 class Status : public RingTest {
  protected:
-  static RingStatus Get() {
-    RingStatus status;
-    EXPECT_TRUE(oculora::ReadRingStatus(kId, status));
-    return status;
-  }
+  void SetUp() override { viewer.Init(kId.camId, kId.streamNo); }
+  static int IsConnected() { return GetCamConnStatus(kId.camId); }
   // Sets a time so many seconds ago, or to never.
   static void Date(std::atomic<std::int64_t>& field, int secondsAgo) {
     field.store(secondsAgo == kNever ? 0 : oculora::MonotonicUs() - secondsAgo * kSecond);
   }
+
+  LiveStreamUpdater viewer;
 };
 
 TEST_F(Status, ConnectionCountsSilenceFromFrameOrFirstViewer) {
-  struct Case {
+  const struct {
     const char* name;
     bool onDemand;
     int frame, firstStamp, stamp;  // seconds ago
     int connected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"fed", false, 29, kNever, kNever, 1},
       {"silent", false, 31, kNever, kNever, 0},
       {"silent, a viewer just came", false, 31, 1, 0, 0},
@@ -47,57 +42,44 @@ TEST_F(Status, ConnectionCountsSilenceFromFrameOrFirstViewer) {
       {"watched and fed", true, 29, 500, 0, 1},
       {"watched and silent", true, 31, 500, 0, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Make(1 << 16, c.onDemand);
     Date(ring->lastFrameUs, c.frame);
     Date(ring->firstStampUs, c.firstStamp);
     Date(ring->stampUs, c.stamp);
-    EXPECT_EQ(GetCamConnStatus(kId.camId), c.connected) << c.name;
+    EXPECT_EQ(IsConnected(), c.connected) << c.name;
   }
-  EXPECT_TRUE(oculora::RemoveRing(kId));
-  EXPECT_EQ(GetCamConnStatus(kId.camId), 0) << "no ring";
-}
-
-TEST_F(Status, AnIdleStreamDoesNotVouchForAWatchedOne) {
-  const oculora::RingId other{kId.camId, 2, oculora::RingKind::kVideo};
-  ASSERT_TRUE(oculora::RingWriter::Create(other, 1 << 16, true).IsValid());
-  Make(1 << 16);
-  EXPECT_EQ(GetCamConnStatus(kId.camId), 1);
-  Date(ring->firstStampUs, 40);
-  Date(ring->stampUs, 0);
-  EXPECT_EQ(GetCamConnStatus(kId.camId), 0);
-  oculora::RemoveRing(other);
-}
-
-TEST_F(Status, ConnectionStatusLeaksNoAttachment) {
-  Make(1 << 16);
-  for (int i = 0; i < 100; ++i) GetCamConnStatus(kId.camId);
   shmid_ds status{};
   ASSERT_EQ(shmctl(shmget(*oculora::RingKey(kId), 0, 0), IPC_STAT, &status), 0);
-  EXPECT_EQ(status.shm_nattch, 2U) << "writer and fifo";
+  EXPECT_EQ(status.shm_nattch, 2U) << "attached by others than writer and fifo";
+  const oculora::RingId idle{kId.camId, 2, oculora::RingKind::kVideo};
+  ASSERT_TRUE(oculora::RingWriter::Create(idle, 1 << 16, true).IsValid());
+  EXPECT_EQ(IsConnected(), 0) << "an idle stream does not vouch for a watched one";
+  oculora::RemoveRing(kId);
+  EXPECT_EQ(IsConnected(), 1);
+  oculora::RemoveRing(idle);
+  EXPECT_EQ(IsConnected(), 0) << "no ring";
 }
 
 TEST_F(Status, StampsTellWhoWatches) {
   Make(1 << 16);
-  LiveStreamUpdater viewer;
-  viewer.Init(kId.camId, kId.streamNo);
   viewer.UpdateStamp();
-  EXPECT_EQ(Get().stampUs, 0) << "not started";
+  EXPECT_EQ(ring->stampUs, 0) << "not started";
   EXPECT_FALSE(writer.IsWatched(kSecond));
   const std::int64_t before = oculora::MonotonicUs();
   viewer.StartLive();
-  EXPECT_GE(Get().firstStampUs, before);
+  EXPECT_GE(ring->firstStampUs, before);
   EXPECT_TRUE(writer.IsWatched(60 * kSecond));
 
   Date(ring->firstStampUs, 100);
   Date(ring->stampUs, 14);
   EXPECT_FALSE(writer.IsWatched(10 * kSecond));
   viewer.UpdateStamp();
-  EXPECT_GE(Get().stampUs, before);
-  EXPECT_LT(Get().firstStampUs, before) << "still the same viewers";
+  EXPECT_GE(ring->stampUs, before);
+  EXPECT_LT(ring->firstStampUs, before) << "still the same viewers";
   Date(ring->stampUs, 16);
   viewer.UpdateStamp();
-  EXPECT_GE(Get().firstStampUs, before) << "the viewers are new";
+  EXPECT_GE(ring->firstStampUs, before) << "the viewers are new";
 }
 
 TEST_F(Status, AViewerWakesTheWriterOnce) {
@@ -105,52 +87,23 @@ TEST_F(Status, AViewerWakesTheWriterOnce) {
   EXPECT_FALSE(writer.WaitForViewer(0));
   Child child([this] {
     usleep(20000);
-    LiveStreamUpdater viewer;
-    viewer.Init(kId.camId, kId.streamNo);
     viewer.StartLive();
   });
-  EXPECT_TRUE(writer.WaitForViewer(60000));
-  EXPECT_TRUE(writer.IsWatched(60 * kSecond));
+  const std::int64_t before = oculora::MonotonicUs();
+  EXPECT_TRUE(writer.WaitForViewer(10000));
+  EXPECT_LT(oculora::MonotonicUs() - before, 9 * kSecond) << "found at the end of the wait";
   EXPECT_FALSE(writer.WaitForViewer(10));
 }
 
 TEST_F(Status, AViewerOfAReplacedRingIsCutOff) {
   Make(1 << 16);
-  LiveStreamUpdater viewer;
-  viewer.Init(kId.camId, kId.streamNo);
   viewer.StartLive();
   Make(1 << 17);
   viewer.UpdateStamp();
-  EXPECT_EQ(GetCamConnStatus(kId.camId), 0);
+  EXPECT_EQ(IsConnected(), 0);
   viewer.StartLive();
-  viewer.UpdateStamp();
-  EXPECT_EQ(GetCamConnStatus(kId.camId), 1);
+  EXPECT_EQ(IsConnected(), 1);
   EXPECT_TRUE(writer.IsWatched(60 * kSecond)) << "stamps the new ring";
-}
-
-TEST_F(Status, SourceStateAndCountersAreVisible) {
-  Make(1 << 16);
-  EXPECT_EQ(Get().state, SourceState::kIdle);
-  EXPECT_EQ(Get().newestSeq, 0);
-  const std::string longReason = std::string(119, 'x') + "\xC3\xA4";
-  struct Case {
-    SourceState state;
-    std::string reason, shown;
-  };
-  for (const Case& c :
-       {Case{SourceState::kFailed, "no route", "no route"}, Case{SourceState::kConnecting, "x", ""},
-        Case{SourceState::kFailed, longReason, std::string(119, 'x')}, Case{SourceState::kStreaming, "", ""}}) {
-    writer.SetState(c.state, c.reason);
-    EXPECT_EQ(Get().state, c.state);
-    EXPECT_EQ(Get().reason, c.shown);
-  }
-  Reader reader(fifo.get());
-  const int seq = Write(500);
-  const RingStatus status = Get();
-  EXPECT_EQ(status.newestSeq, seq);
-  EXPECT_EQ(status.framesWritten, 1U);
-  EXPECT_EQ(status.readers, 1);
-  EXPECT_NE(status.lastFrameUs, 0);
 }
 
 }  // namespace

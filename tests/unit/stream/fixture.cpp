@@ -5,34 +5,26 @@
 #include <filesystem>
 
 #include "admission/pair_match.h"
-#include "capture.h"
 #include "velm/camera.h"
 #include "velm/process.h"
+
+using oculora::CameraRecord;
+using oculora::UserRecord;
 
 namespace {
 
 constexpr char kSecret[] = "secret of the pair";
 
-oculora::CameraRecord MakeCamera(int id, const std::string& name) {
-  oculora::CameraRecord camera;
-  camera.id = id;
-  camera.name = name;
-  camera.videoType = VIDEO_TYPE_MJPEG;
-  camera.source = "test:";
-  camera.profiles = {{oculora::kMobileProfile, 0, 10, 320, 240}};
-  return camera;
-}
-
 void AddCameras(oculora::Database& database) {
-  database.AddCamera(MakeCamera(7, "Local"));
-  auto disabled = MakeCamera(8, "Disabled");
-  disabled.enabled = false;
-  database.AddCamera(disabled);
   database.AddServer({12, "Barn", "http://127.0.0.1:1", kSecret});
-  auto remote = MakeCamera(9, "Remote");
-  remote.ownerNdId = 12;
-  remote.idOnRec = 3;
-  database.AddCamera(remote);
+  for (CameraRecord camera :
+       {CameraRecord{.id = 7}, {.id = 8, .enabled = false}, {.id = 9, .ownerNdId = 12, .idOnRec = 3}}) {
+    camera.name = "Camera " + std::to_string(camera.id);
+    camera.videoType = VIDEO_TYPE_MJPEG;
+    camera.source = "test:";
+    camera.profiles = {{oculora::kMobileProfile, 0, 10, 320, 240}};
+    database.AddCamera(camera);
+  }
 }
 
 std::string Now() { return std::to_string(time(nullptr)); }
@@ -40,21 +32,18 @@ std::string Now() { return std::to_string(time(nullptr)); }
 }  // namespace
 
 void SiteTest::SetUp() {
-  SetRunning(true);
+  CreatePidFile(oculora::kRecorderPidPath);
   std::filesystem::remove(oculora::kLogPath);
   if (std::filesystem::exists(oculora::kRecordsPath)) return;  // one site a program: records are opened once
-  std::string error;
-  auto database = oculora::Database::Open(oculora::Database::Mode::kCreate, &error);
-  ASSERT_TRUE(database.has_value()) << error;
+  auto database = oculora::Database::Open(oculora::Database::Mode::kCreate, nullptr);
+  ASSERT_TRUE(database);
   const time_t now = time(nullptr);
-  for (const char* name : {"anna", "root", "Oculora", "guest"}) {
-    oculora::UserRecord user;
-    user.name = name;
-    user.admin = user.name == "root";
-    user.appPrivilege = user.name == "anna";
-    user.operations = user.appPrivilege ? 6 : 0;
+  for (const UserRecord& user : {UserRecord{.name = "anna", .operations = 6},
+                                 {.name = "root", .admin = true, .appPrivilege = false},
+                                 {.name = "Oculora", .appPrivilege = false},
+                                 {.name = "guest", .appPrivilege = false}}) {
     ASSERT_TRUE(database->AddUser(user, "no password")) << database->LastError();
-    ASSERT_TRUE(database->AddSession(SessionOf(name), database->FindUser(name)->uid, now, now + 3600));
+    ASSERT_TRUE(database->AddSession(SessionOf(user.name), database->FindUser(user.name)->uid, now, now + 3600));
   }
   AddCameras(*database);
   ASSERT_TRUE(database->SetSetting("pair_secret", kSecret));
@@ -62,12 +51,8 @@ void SiteTest::SetUp() {
 
 std::unique_ptr<VELM::APIRequest> SiteTest::Request(const std::string& method, const std::string& params,
                                                     const std::string& cookies) {
-  oculora::RawRequest raw;
-  raw.query = "api=VELM.Oculora.Stream.VideoStreaming&version=1&method=" + method + params;
-  raw.cookies = cookies;
-  raw.env.emplace();
-  (*raw.env)["REMOTE_ADDR"] = "192.0.2.1";
-  return oculora::MakeRequest(std::move(raw));
+  const std::string query = "api=VELM.Oculora.Stream.VideoStreaming&version=1&method=" + method + params;
+  return oculora::MakeRequest({query, "", cookies, {{{"REMOTE_ADDR", "192.0.2.1"}}}});
 }
 
 std::string SiteTest::PairParams(const std::string& client) {
@@ -75,18 +60,3 @@ std::string SiteTest::PairParams(const std::string& client) {
 }
 
 std::string SiteTest::PairCookies() { return "timestamp=" + Now(); }
-
-void SiteTest::SetRunning(bool running) {
-  if (running) {
-    CreatePidFile(oculora::kRecorderPidPath);
-  } else {
-    std::filesystem::remove(oculora::kRecorderPidPath);
-  }
-}
-
-void SiteTest::SetSetting(const std::string& name, const std::string& value) {
-  std::string error;
-  auto database = oculora::Database::Open(oculora::Database::Mode::kReadWrite, &error);
-  ASSERT_TRUE(database.has_value()) << error;
-  ASSERT_TRUE(database->SetSetting(name, value));
-}

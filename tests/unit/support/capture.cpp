@@ -7,15 +7,13 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 std::string ReadFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void WriteFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
@@ -27,11 +25,9 @@ std::string CaptureOutput(const std::function<void()>& body) {
   dup2(fileno(file), STDOUT_FILENO);
   body();
   fflush(stdout);
+  const std::string text = ReadFile("/proc/self/fd/1");
   dup2(saved, STDOUT_FILENO);
   close(saved);
-  std::string text;
-  rewind(file);
-  for (int c; (c = fgetc(file)) != EOF;) text.push_back(static_cast<char>(c));
   fclose(file);
   return text;
 }
@@ -39,11 +35,10 @@ std::string CaptureOutput(const std::function<void()>& body) {
 Child::Child(const std::function<void()>& body) {
   fflush(stdout);
   m_Pid = fork();
-  if (m_Pid == 0) {
-    body();
-    fflush(stdout);
-    _exit(0);
-  }
+  if (m_Pid != 0) return;
+  body();
+  fflush(stdout);
+  _exit(0);
 }
 
 Child::~Child() {
@@ -53,13 +48,12 @@ Child::~Child() {
 }
 
 int Child::Wait(int timeoutMs) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  for (int status = 0; std::chrono::steady_clock::now() < until;) {
+  for (int status = 0, waitedMs = 0; waitedMs < timeoutMs; waitedMs += 5) {
     if (waitpid(m_Pid, &status, WNOHANG) == m_Pid) {
       m_Reaped = true;
       return status;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // programs replace usleep
   }
   return -1;
 }

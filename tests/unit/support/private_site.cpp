@@ -8,20 +8,18 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <string>
+
+#include "capture.h"
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 namespace {
-
-void WriteFile(const char* path, const std::string& text) { std::ofstream(path) << text; }
 
 bool Unshare() {
   const uid_t uid = geteuid();
   const gid_t gid = getegid();
-  const int spaces = CLONE_NEWNS | CLONE_NEWIPC | (uid == 0 ? 0 : CLONE_NEWUSER);
-  if (unshare(spaces) != 0) return false;
+  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (uid == 0 ? 0 : CLONE_NEWUSER)) != 0) return false;
   if (uid != 0) {
     WriteFile("/proc/self/setgroups", "deny");
     WriteFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
@@ -53,9 +51,6 @@ bool EnterPrivateSite() {
     perror("private site");
     return false;
   }
-  for (const char* dir : {"/var/packages/Oculora/var", "/var/packages/Oculora/etc",
-                          "/var/packages/Oculora/target/@rtsp_info", "/tmp/ndcam"}) {
-    fs::create_directories(dir);
-  }
-  return true;
+  for (const char* dir : {"var", "etc", "target/@rtsp_info"}) fs::create_directories("/var/packages/Oculora/"s + dir);
+  return fs::create_directories("/tmp/ndcam");
 }

@@ -1,10 +1,8 @@
 // A plug-in that throws, says nothing, writes by itself, or shows what the dispatcher left it.
-#include <dirent.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 #include "velm/apitable.h"
@@ -25,16 +23,12 @@ void Raw(VELM::APIRequest*, VELM::APIResponse* response) {
 // Which descriptors are open, where we are, and what new files will look like.
 void Surroundings(VELM::APIRequest* request, VELM::APIResponse* response) {
   Json::Value data;
-  DIR* directory = opendir("/proc/self/fd");
-  const int own = dirfd(directory);
   data["descriptors"] = Json::Value(Json::arrayValue);
-  while (const dirent* entry = readdir(directory)) {
-    const int fd = atoi(entry->d_name);
-    if (entry->d_name[0] != '.' && fd != own) data["descriptors"].append(fd);
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const bool isTheDirectory = std::filesystem::read_symlink(entry).string().rfind("/proc/", 0) == 0;
+    if (!isTheDirectory) data["descriptors"].append(std::stoi(entry.path().filename()));
   }
-  closedir(directory);
-  char path[256] = "";
-  data["directory"] = getcwd(path, sizeof(path)) != nullptr ? path : "";
+  data["directory"] = std::filesystem::current_path().string();
   const mode_t mask = umask(0);
   umask(mask);
   data["umask"] = mask;

@@ -1,110 +1,97 @@
-// Who asks: session ids, sessions, and what the environment says.
+// Who asks: session ids, sessions, and who may say that a request is forwarded.
 #include <gtest/gtest.h>
 
 #include <ctime>
 #include <filesystem>
 
+#include "admission/pair_match.h"
+#include "capture.h"
 #include "records/records.h"
 #include "webapi/request_state.h"
 
 using oculora::Database;
 using oculora::MakeRequest;
+using namespace std::string_literals;
 
 namespace {
 
-constexpr char kLive[] = "live-session_0123456789";
-constexpr char kLiveToo[] = "bert-session_0123456789";
-constexpr char kOver[] = "over-session_0123456789";
+const std::string kLive = "live-session_0123456789";
+const std::string kLiveToo = "bert-session_0123456789";
+const std::string kOver = "over-session_0123456789";
 
 class RequestTest : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     std::filesystem::create_directories(oculora::kVarDir);
     auto database = Database::Open(Database::Mode::kCreate, nullptr);
-    ASSERT_TRUE(database);
+    ASSERT_TRUE(database && database->SetSetting("pair_secret", "shared"));
     ASSERT_TRUE(database->AddUser({.name = "anna", .admin = true, .appPrivilege = false}, "x"));
+    ASSERT_TRUE(database->AddUser({.name = "bert"}, "x"));
     const int uid = database->FindUser("anna")->uid;
     const std::int64_t now = std::time(nullptr);
     ASSERT_TRUE(database->AddSession(kLive, uid, now, now + 600));
     ASSERT_TRUE(database->AddSession(kOver, uid, now - 600, now - 1));
-    ASSERT_TRUE(database->AddUser({.name = "bert"}, "x"));
     ASSERT_TRUE(database->AddSession(kLiveToo, database->FindUser("bert")->uid, now, now + 600));
   }
 };
 
-TEST_F(RequestTest, OnlyWellFormedSessionIdsAreIds) {
+// Playlist entries carry the session of whoever opened the stream; another viewer's browser adds its own cookie, which
+// counts when the session named is over.
+TEST_F(RequestTest, SessionIsTheOneNamedElseTheCookies) {
   const std::string id16 = "0123456789abcdef", id64 = id16 + id16 + id16 + id16;
-  const struct {
-    const char* name;
-    std::string query, cookies, expected;
-  } cases[] = {
-      {"parameter", "_sid=" + id16, "", id16},
-      {"cookie", "", "oculora_sid=" + id16, id16},
-      {"parameter before cookie", "_sid=" + id16, "oculora_sid=" + id64, id16},
-      {"empty parameter", "_sid=", "oculora_sid=" + id16, id16},
-      {"broken parameter does not fall back", "_sid=../../etc/passwd", "oculora_sid=" + id16, ""},
-      {"longest", "_sid=" + id64, "", id64},
-      {"too short", "_sid=" + id16.substr(1), "", ""},
-      {"too long", "_sid=" + id64 + "x", "", ""},
-      {"all characters", "_sid=AZaz09_-AZaz09_-", "", "AZaz09_-AZaz09_-"},
-      {"quoted", "_sid=\"" + id16 + "\"", "", id16},
-      {"a slash", "_sid=01234567/9abcdef", "", ""},
-      {"a dot", "_sid=01234567.9abcdef", "", ""},
-      {"a percent code", "_sid=01234567%2f9abcdef", "", ""},
-      {"a NUL", "_sid=" + id16 + "%00", "", ""},
-      {"a line end", "_sid=" + id16 + "%0a", "", ""},
-      {"none", "", "", ""},
+  const std::string cases[][4] = {{"", kLive, "anna", kLive},
+                                  {kLive, kLiveToo, "anna", kLive},
+                                  {kOver, kLiveToo, "bert", kLiveToo},
+                                  {kLive, kOver, "anna", kLive},
+                                  {id16, kOver, "", id16},
+                                  {kOver, kOver, "", kOver},
+                                  {kOver, "../../etc", "", kOver},
+                                  {"../../etc/passwd", kLive, "", ""},
+                                  {"", id64, "", id64},
+                                  {id64, "", "", id64},
+                                  {"\"" + id16 + "\"", "", "", id16},
+                                  {"AZaz09_-AZaz09_-", "", "", "AZaz09_-AZaz09_-"}};
+  for (const auto& [named, cookie, user, id] : cases) {
+    SCOPED_TRACE(named + " " + cookie);
+    const auto request = MakeRequest({"_sid=" + named, "", "oculora_sid=" + cookie, {}});
+    EXPECT_EQ(request->GetSessionID(), id);
+    EXPECT_EQ(request->GetLoginUserName(), user);
+    EXPECT_EQ(request->IsAuthorized(), !user.empty());
+    EXPECT_EQ(request->IsAdmin(), user == "anna");
+    EXPECT_EQ(request->HasAppPriv(oculora::kAppPrivilege), user == "bert");
+    EXPECT_EQ(request->GetLoginUID() > 1024, !user.empty());
+  }
+  for (const auto& bad : {""s, id16.substr(1), id64 + "x", id16 + "/a", id16 + ".", id16 + "%00", id16 + "%0a"}) {
+    EXPECT_EQ(MakeRequest({"_sid=" + bad, "", "", {}})->GetSessionID(), "") << bad;
+    EXPECT_EQ(MakeRequest({"", "", "oculora_sid=" + bad, {}})->GetSessionID(), "") << bad;
+  }
+}
+
+// "isRedirectCgi" raises the user to the system.
+TEST_F(RequestTest, OnlyAPairedPeerOrAStreamKeyMaySayThatItForwards) {
+  std::filesystem::create_directories(oculora::kStreamKeyDir);
+  WriteFile(std::string(oculora::kStreamKeyDir) + "/rtsp_key", "1=first/second\n2=single\n3=/\n");
+  const std::string now = std::to_string(std::time(nullptr));
+  const std::string proof = "&cookie=" + oculora::PairCookie("shared", now);
+  const auto redirected = [&](const std::string& query, const std::string& cookies) {
+    return MakeRequest({query + "&isRedirectCgi=1", "", cookies, {}})->GetParam("isRedirectCgi", false).asBool();
   };
-  for (const auto& test : cases) {
-    EXPECT_EQ(MakeRequest({test.query, "", test.cookies, {}})->GetSessionID(), test.expected) << test.name;
+  for (const std::string& good : {"cameraId=1&StmKey=first"s, "cameraId=1&StmKey=%22second%22"s, "client=NVR" + proof,
+                                  "client=REC_SERVER&isCrossSite=1" + proof}) {
+    EXPECT_TRUE(redirected(good, "timestamp=" + now)) << good;
   }
-}
-
-TEST_F(RequestTest, SessionSaysWhoAsks) {
-  const auto live = MakeRequest({"", "", std::string("oculora_sid=") + kLive, {}});
-  EXPECT_TRUE(live->IsAuthorized());
-  EXPECT_TRUE(live->IsAdmin());
-  EXPECT_EQ(live->GetLoginUserName(), "anna");
-  EXPECT_GT(live->GetLoginUID(), 1024U);
-  EXPECT_FALSE(live->HasAppPriv(oculora::kAppPrivilege));
-
-  for (const char* id : {kOver, "", "unknown_0123456789abcdef"}) {
-    const auto other = MakeRequest({std::string("_sid=") + id, "", "", {}});
-    EXPECT_FALSE(other->IsAuthorized() || other->IsAdmin() || other->HasAppPriv(oculora::kAppPrivilege)) << id;
-    EXPECT_EQ(other->GetLoginUserName(), "");
-    EXPECT_EQ(other->GetLoginUID(), 0U);
+  EXPECT_FALSE(redirected("client=NVR" + proof, "")) << "no time stamp";
+  // Wrong keys, keys that are not there, another camera's, no camera; no paired client, or none with a proof.
+  for (const std::string& bad :
+       {"cameraId=1"s, "cameraId=1&StmKey=wrong"s, "cameraId=1&StmKey="s, "cameraId=2&StmKey="s, "cameraId=3&StmKey="s,
+        "cameraId=2&StmKey=first"s, "cameraId=9&StmKey=first"s, "StmKey=first"s, "client=nvr" + proof, proof,
+        "client=NVR&cookie=00"s}) {
+    EXPECT_FALSE(redirected(bad, "timestamp=" + now)) << bad;
   }
-}
-
-// Playlist entries carry the session of whoever opened the stream; another viewer's browser adds its own cookie.
-TEST_F(RequestTest, CookieCountsWhenTheSessionNamedIsOver) {
-  const struct {
-    const char* name;
-    std::string named, cookie, user, id;
-  } cases[] = {
-      {"both live", kLive, kLiveToo, "anna", kLive},
-      {"the one named is over", kOver, kLiveToo, "bert", kLiveToo},
-      {"the cookie's is over", kLive, kOver, "anna", kLive},
-      {"neither lives", "unknown_0123456789abcdef", kOver, "", "unknown_0123456789abcdef"},
-      {"the same twice", kOver, kOver, "", kOver},
-      {"a cookie that is no id", kOver, "../../etc", "", kOver},
-  };
-  for (const auto& test : cases) {
-    const auto request = MakeRequest({"_sid=" + test.named, "", "oculora_sid=" + test.cookie, {}});
-    EXPECT_EQ(request->GetSessionID(), test.id) << test.name;
-    EXPECT_EQ(request->GetLoginUserName(), test.user) << test.name;
-    EXPECT_EQ(request->IsAuthorized(), !test.user.empty()) << test.name;
-  }
-}
-
-TEST_F(RequestTest, NamesOfTheCallAndTheEnvironment) {
-  const auto request = MakeRequest({"api=A.B&method=M&version=3", "", "", {{{"REMOTE_ADDR", "10.1.2.3"}}}});
-  EXPECT_EQ(request->GetAPIClass(), "A.B");
-  EXPECT_EQ(request->GetAPIMethod(), "M");
-  EXPECT_EQ(request->GetAPIVersion(), 3);
-  EXPECT_EQ(request->GetRemoteIP(), "10.1.2.3");
-  EXPECT_EQ(request->GetEnv("HTTP_RANGE", "none"), "none");
-  EXPECT_EQ(MakeRequest({})->GetAPIVersion(), 1);
+  const auto request = MakeRequest({"isRedirectCgi=1", "", "", {}});
+  EXPECT_EQ(request->GetParam("isRedirectCgi", 7), 0) << "false has the type asked for";
+  EXPECT_EQ(request->GetParam("isRedirectCgi", "x"), "false");
+  EXPECT_TRUE(MakeRequest({})->GetParam("isRedirectCgi", true).asBool()) << "absent is the default";
 }
 
 }  // namespace

@@ -52,7 +52,6 @@ TEST(CameraStatusTest, FirstReasonAgainstACameraCounts) {
       {"privilege out of range", kWithRing, {true, false, false, false, false, 33, kViewer}, 105},
       {"no ring yet", kWithoutRing, {true, true, true, true, false, 1, kViewer}, 404},
       {"no ring, connection only", kWithoutRing, {true, true, true, false, false, 1, kViewer}, 403},
-      {"no ring, nobody asks", kWithoutRing, {true, true, false, false, false, 1, kViewer}, kUsable},
       {"disabled before no ring", kDisabled, {true, true, true, true, false, 1, kViewer}, 402},
       {"privilege before disabled", kDisabled, {true, true, true, true, false, 1, kNobody}, 105},
       {"disabled does not matter", kDisabled, {true, false, false, false, false, 1, kViewer}, kUsable},

@@ -28,14 +28,16 @@ class RecordsTest : public testing::Test {
   }
   Database Make() const { return Open(Mode::kCreate); }
 
-  // Runs SQL as a program that knows nothing of us, and ends in the middle of it.
-  void Sql(const char* sql) const {
-    Child other([&] {
+  // Runs SQL as a program that knows nothing of us, which ends, killed, with what is returned.
+  std::unique_ptr<Child> Sql(const char* sql) const {
+    auto other = std::make_unique<Child>([&] {
       sqlite3* connection = nullptr;
       sqlite3_open(m_Path.c_str(), &connection);
-      _exit(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr));
+      if (sqlite3_exec(connection, sql, nullptr, nullptr, nullptr) == SQLITE_OK)
+        WriteFile("/tmp/records/done", ""), pause();
     });
-    EXPECT_EQ(other.Wait(20000), 0) << sql;
+    while (!std::filesystem::remove("/tmp/records/done") && other->Wait(5) == -1) continue;
+    return other;
   }
 
   std::string m_Path = "/tmp/records/records.db";
@@ -119,6 +121,14 @@ TEST_F(RecordsTest, ReaderRollsBackWhatAKilledWriterLeft) {
     EXPECT_EQ(reader->GetSetting("filler1", "gone"), "gone");
     EXPECT_FALSE(reader->IsUnreadable());
   }
+}
+
+TEST_F(RecordsTest, LockedRecordsAreAnErrorAfterAWhile) {
+  Make();
+  const auto other = Sql("BEGIN EXCLUSIVE");
+  Database reader = Open(Mode::kReadOnly);
+  EXPECT_EQ(reader.GetSetting("cms", "none"), "none");
+  EXPECT_NE(reader.LastError().find("locked"), std::string::npos) << reader.LastError();
 }
 
 TEST_F(RecordsTest, ListHoldsEachCameraOnceWithItsProfiles) {

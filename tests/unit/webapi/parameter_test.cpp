@@ -24,7 +24,6 @@ TEST(ParameterTest, TextsStandAsTheyAreButAWholeJsonStringIsUnquoted) {
     EXPECT_EQ(Read(text, "default"), text);
   }
   EXPECT_EQ(Read("\"7:5\"", "default"), "7:5");
-  EXPECT_EQ(Read("\"\"", "default"), "");
   EXPECT_EQ(Read("\"a\\\"b\"", "default"), "a\"b");
 }
 

@@ -37,7 +37,6 @@ class LogGate : public testing::Test {
 TEST_F(LogGate, FollowsTheSharedConfiguration) {
   WriteFile(oculora::kDbgLogCfgPath, "too short");
   EXPECT_EQ(Threshold(), 3) << "without a configuration that can be read";
-  EXPECT_FALSE(oculora::WriteDbgLogCfg(8, {}));
   EXPECT_FALSE(oculora::WriteDbgLogCfg(3, std::vector<std::int32_t>(DbgLogCfg::kMaxPids + 1, 2)));
   const auto with = [](int level, const std::vector<std::int32_t>& pids) {
     EXPECT_TRUE(oculora::WriteDbgLogCfg(level, pids));

@@ -55,7 +55,6 @@ TEST_F(HandlerBase, AdmitsBySessionOrPairInOrder) {
       {pair, "", false, 0},
       {pair, "timestamp=12345", false, 0},
       {"&client=NVR&cookie=", PairCookies(), false, 0},
-      {"", "", false, 0},
   };
   for (const auto& [params, cookies, admitted, uid] : cases) {
     Call call(Request("Query", params, cookies));

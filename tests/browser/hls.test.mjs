@@ -42,8 +42,8 @@ beforeEach(async () => {
 // A page left by its own ending closes what it opened.
 afterEach(async () => {
   await leave(page);
+  await users(yard, 0); // before the context ends, and with it a Close that is still under way
   await context.close();
-  await users(yard, 0);
 });
 
 async function newPage(where) {

@@ -84,7 +84,8 @@ REPLACES pid_t __wrap_fork() {
   if (number == -2) fs::create_directory("/tmp/webapivdostm.pid.20");
   errno = EAGAIN;
   const pid_t child = number == -1 ? -1 : __real_fork();
-  if (child > 0 && number > 0) kill(child, number);
+  if (child == 0 && number > 0) raise(number);                             // before it does anything
+  if (child > 0 && number == SIGSTOP) waitpid(child, nullptr, WUNTRACED);  // whoever learns of it finds it stopped
   if (child > 0 && ofRequest) g_World.forked = child;
   return child;
 }

@@ -3,6 +3,7 @@
 import contextlib
 import hashlib
 import http.client
+import json
 import os
 import re
 import signal
@@ -55,18 +56,23 @@ class LiveTest(unittest.TestCase):
     def wait_for_no_streams(cls):
         wait_until(lambda: not cls.streams(), 10, "streaming processes to end")
 
+    def ask(self, method, params, sid):
+        """The beginning of an answer, which may go on for ever."""
+        connection = http.client.HTTPConnection("127.0.0.1", self.site.port, timeout=10)
+        path = self.site.api_path(API, method, {"format": "mjpeg", **params}, sid)
+        connection.request("GET", path, headers={"Connection": "close"})
+        answer = connection.getresponse()
+        self.addCleanup(answer.close)
+        return answer
+
     def view(self, camera, sid=None, **params):
         """The stream of a viewer that has had its first picture."""
-        connection = http.client.HTTPConnection("127.0.0.1", self.site.port, timeout=10)
-        path = self.site.api_path(API, "Stream", {"cameraId": camera, "format": "mjpeg", **params}, sid)
-        connection.request("GET", path, headers={"Connection": "close"})
-        stream = connection.getresponse()
-        self.addCleanup(stream.close)
+        stream = self.ask("Stream", {"cameraId": camera, **params}, sid)
         self.assertIsNotNone(picture(stream), params)
         return stream
 
     def error(self, method, params, sid=None):
-        return self.site.api(API, method, {"format": "mjpeg", **params}, sid)[1]["error"]
+        return json.loads(self.ask(method, params, sid).read(4096))["error"]
 
     def test_answers_and_errors(self):
         for camera, expected in ((self.film, "mjpeg"), (self.h264, "hls")):
@@ -162,7 +168,7 @@ class LiveTest(unittest.TestCase):
             if str(bystander.pid) in text:  # handed out again after the file was written, it is somebody else's
                 os.utime(path, (1, 1))
             self.view(self.film, sid, timestamp=7).close()
-        self.assertIsNone(bystander.poll())
+        self.assertRaises(subprocess.TimeoutExpired, bystander.wait, 0.3)
 
     def test_viewers_that_die_stall_or_find_silence_harm_nobody(self):
         watcher, stalled, closed, _ = (self.view(self.film, self.sid, timestamp=1) for _ in range(4))

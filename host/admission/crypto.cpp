@@ -1,42 +1,15 @@
 // Loads the crypto object on first use and calls it.
 #include "admission/crypto.h"
 
-#include <dlfcn.h>
-
 #include "admission/crypto/crypto_table.h"
-#include "webapi/log_line.h"
+#include "process/object_table.h"
 
 namespace oculora {
 namespace {
 
-constexpr char kLogUnit[] = "crypto";
-constexpr char kObjectName[] = "oculora-crypto.so";
-
-// The object stands beside the library this code is in.
-std::string ObjectPath() {
-  Dl_info own{};
-  if (dladdr(reinterpret_cast<const void*>(&HashPassword), &own) == 0 || own.dli_fname == nullptr) return kObjectName;
-  const std::string library = own.dli_fname;
-  const std::size_t slash = library.rfind('/');
-  return slash == std::string::npos ? kObjectName : library.substr(0, slash + 1) + kObjectName;
-}
-
-const CryptoTable* LoadTable() {
-  void* object = dlopen(ObjectPath().c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (object == nullptr) {
-    HOST_LOG_ERROR("The crypto object cannot be loaded: %s\n", dlerror());
-    return nullptr;
-  }
-  const auto get = reinterpret_cast<CryptoTableFunction>(dlsym(object, "OculoraCryptoTable"));
-  const CryptoTable* table = get != nullptr ? get() : nullptr;
-  if (table != nullptr && table->version == kCryptoTableVersion) return table;
-  HOST_LOG_ERROR("%s is of another version or cannot start; install host and crypto object together.\n", kObjectName);
-  dlclose(object);
-  return nullptr;
-}
-
 const CryptoTable* Table() {
-  static const CryptoTable* const table = LoadTable();  // stays loaded
+  static const CryptoTable* const table = static_cast<const CryptoTable*>(
+      LoadObjectTable({"crypto", "crypto", "oculora-crypto.so", "OculoraCryptoTable", kCryptoTableVersion}));
   return table;
 }
 

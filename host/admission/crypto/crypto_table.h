@@ -21,6 +21,4 @@ struct CryptoTable {
                    char out[kKeyedHashBytes]);
 };
 
-using CryptoTableFunction = const CryptoTable* (*)();
-
 }  // namespace oculora

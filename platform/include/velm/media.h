@@ -1,7 +1,8 @@
 // Media helpers of the host: decoding a key frame, JPEG compression, recorded files of JPEG frames.
 //
 // The libraries behind them are large; the host loads them on the first call, so a request that needs none pays
-// nothing. One thread per FFmpegAttr.
+// nothing. The decoding and JPEG functions work on the thread that calls them and wait for nothing but, once, the disk
+// that the libraries come from. One thread at a time per FFmpegAttr; different ones are independent.
 #pragma once
 
 #include <cstdint>
@@ -13,21 +14,33 @@ struct FFmpegAttr {
   void* codecContext;
   void* frame;
   void* scaler;
-  std::int32_t width;   // decoded width in pixels, after a successful decode
-  std::int32_t height;  // decoded height in pixels, after a successful decode
+  std::int32_t width;   // decoded width in pixels, after a successful decode; else 0
+  std::int32_t height;  // decoded height in pixels, after a successful decode; else 0
 };
 
-// Opens a decoder for a CAM_VIDEO_TYPE with its codec extra data (copied). 0 or -1.
+// Opens a decoder for a CAM_VIDEO_TYPE with its codec extra data (copied; null or a size of 0 or less: none). What
+// `attr` holds already is released first. H.264 extra data may be a byte stream of parameter sets or "avcC". Damaged
+// extra data does no harm where the key frames carry what the decoder needs. 0 or -1; unknown types leave a line in the
+// log.
 int DoFFMpegInitVideo(FFmpegAttr& attr, int videoType, const unsigned char* extra, int extraSize);
-// Decodes one access unit; on 0 the picture's size stands in `attr`. -1 when it gave no picture.
+// Decodes one access unit (H.264: a byte stream with start codes; MxPEG: a key picture, whose comments may stand in
+// it); on 0 the picture's size stands in `attr`. The picture of this unit comes out at once, also in streams that
+// reorder. -1 when it gave no picture; `attr` then takes the next unit all the same.
+//
+// A damaged picture counts as one as long as something in it was decoded: a view shows it, with the rest as the decoder
+// conceals it, rather than nothing until the next key frame. One that is concealment alone gives -1, and so does one of
+// more than 64 million pixels, with a line in the log (once a process).
 int DoFFMpegDecode(FFmpegAttr& attr, const unsigned char* frame, int size);
 // Scales the decoded picture to `width` x `height` (0 x 0 keeps its size; both are set to the size used) in the pixel
-// format `pixelFormat` (an AVPixelFormat value). `data` is allocated here and freed by DoFFMpegFree. 0 or -1.
+// format `pixelFormat` (an AVPixelFormat value). Rows and planes follow one another without gaps. Matrix and range are
+// the stream's; BT.601 where it names no matrix. `data` is null or of an earlier call for this `attr`, which is
+// released; it is allocated here and freed by DoFFMpegFree. 0, or -1 (`data` is null then): nothing decoded, a size
+// that is not above zero or beyond 64 million pixels, a format that cannot be made.
 int DoFFMpegScale(FFmpegAttr& attr, unsigned char*& data, int& size, int& width, int& height, int pixelFormat);
-// Releases everything; harmless on a zeroed `attr`.
+// Releases everything and zeroes it; harmless on a zeroed `attr` and a null `data`.
 void DoFFMpegFree(FFmpegAttr& attr, unsigned char*& data);
-// Compresses packed RGB24 into `jpeg` (at most `capacity` bytes). `quality` 1 to 100, -1 for the host's default.
-// 0 and `jpegSize` on success, -1 otherwise (also when it does not fit).
+// Compresses packed RGB24 into `jpeg` (at most `capacity` bytes, 4:2:0). `quality` 1 to 100, -1 for the host's default
+// (80). 0 and `jpegSize` on success, -1 otherwise (also when it does not fit; `jpegSize` is 0 then).
 int EncodeToJpeg(int width, int height, const unsigned char* rgb, unsigned char* jpeg, int capacity, int& jpegSize,
                  int quality);
 

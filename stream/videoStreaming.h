@@ -6,6 +6,8 @@
 //   video/live_view.cpp        OutputMjpegStream, OutputMxpegStream: what both do before a picture is sent
 //   video/view_file.cpp        CheckTimeStamp: the hand-over between views of one session
 //   video/live_mjpeg.cpp       LiveviewMjpgCam
+//   video/live_mxpeg.cpp       LiveviewMxpegCam
+//   video/live_decoded.cpp     LiveviewMpeg4CamByMjpg, CopyJpegFromMpeg4
 //   video/query.cpp            HandleQuery
 //   video/open.cpp             HandleOpen
 //   video/close.cpp            HandleClose
@@ -34,7 +36,10 @@
 // Set by SIGTERM and SIGINT; every streaming loop ends when it is.
 extern volatile int g_StopFlag;
 
+class AttachedRing;
 class DelayTimer;
+class MultipartResponse;
+class SoundTrack;
 class VideoStreamingHandler;
 
 using VideoStreamingBase =
@@ -89,7 +94,12 @@ class VideoStreamingHandler : public VideoStreamingBase {
   bool BeginLocalView(const char* func);  // signal handler and time stamp; false when this process must not stream
   void LiveviewMjpgCam();
   void LiveviewMxpegCam();
+  void PlayMxpeg(MultipartResponse& response, AttachedRing& video, SoundTrack& sound, time_t lastWrite);
+  bool IsSilentFor(time_t lastWrite) const;
   void LiveviewMpeg4CamByMjpg();
+  // Decodes a key frame of this camera and compresses it to g_Picture. Its size there, or -1. Allocates and releases a
+  // decoder: some milliseconds.
+  int CopyJpegFromMpeg4(const unsigned char* frame, int frameSize, const unsigned char* extra, int extraSize);
   void ForwardStream();  // of a camera that another recording server owns
 
   bool OpenHere(const std::string& format, bool relayed);  // false: the error code is set

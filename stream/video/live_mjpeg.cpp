@@ -1,8 +1,7 @@
 // Live view of MJPEG cameras: pictures pass from the ring to the client as they came.
-#include <sys/shm.h>
-
 #include <cstdio>
 
+#include "attached_ring.h"
 #include "velm/timing.h"
 #include "velm/writers.h"
 #include "videoStreaming.h"
@@ -17,16 +16,15 @@ constexpr int kPassesPerConnectionCheck = 99;  // counted as the 101st pass chec
 
 void VideoStreamingHandler::LiveviewMjpgCam() {
   m_StmUpdater.StartLive();
-  ShmStreamFifo* const ring = LiveStreamFifoAt(m_CamId, m_StreamNo);
-  if (ring == nullptr) {
+  AttachedRing ring(LiveStreamFifoAt(m_CamId, m_StreamNo));
+  if (!ring) {
     QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Failed to attach live stream buf.\n", m_CamId);
     PrintPlainText("Failed to view camera.");
     return;
   }
   MultipartResponse response;
   DelayTimer timer(kPassUs);
-  DATA_ENTRY_INFO info{};
-  ring->StartRead(info);
+  ring->StartRead(ring.info);
   timer.BeginTiming();
 
   int seq = kSeqNone;
@@ -41,7 +39,7 @@ void VideoStreamingHandler::LiveviewMjpgCam() {
     } else {
       ++count;
     }
-    const STREAM_ENTRY* entry = ring->ReadLatest(seq, info);
+    const STREAM_ENTRY* entry = ring->ReadLatest(seq, ring.info);
     const unsigned char* data = nullptr;
     int size = 0;
     if (ring->GetValidFrame(entry, data, size)) {
@@ -50,9 +48,7 @@ void VideoStreamingHandler::LiveviewMjpgCam() {
       response.Write("image/jpeg", data, size, nullptr, nullptr);
       fflush(stdout);
     }
-    ring->ReadFinish(entry, true, info);
+    ring->ReadFinish(entry, true, ring.info);
     timer.Delay();
   }
-  ring->StopRead(info);
-  shmdt(ring);
 }

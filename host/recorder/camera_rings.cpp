@@ -55,20 +55,29 @@ bool SameSetup(const CameraRecord& a, const CameraRecord& b) {
 bool CameraRings::Attach(const CameraRecord& camera) {
   m_VideoType = camera.videoType;
   m_Video.clear();
+  m_Audio.clear();
   for (const RingPlan& plan : PlanRings(camera)) {
-    if (plan.id.kind != RingKind::kVideo) continue;
-    m_Video.push_back(RingWriter::Attach(plan.id));
-    if (!m_Video.back().IsValid()) return false;
+    std::vector<RingWriter>& rings = plan.id.kind == RingKind::kVideo ? m_Video : m_Audio;
+    rings.push_back(RingWriter::Attach(plan.id));
+    if (!rings.back().IsValid()) return false;
   }
   return !m_Video.empty();
 }
 
 bool CameraRings::Write(const void* data, std::size_t size, bool key, std::int64_t arrivedUs) {
   bool fits = true;
+  m_WasLost = false;
   for (RingWriter& ring : m_Video) {
-    fits = ring.Write(data, size, key ? FRAME_FLAG_KEY : 0, arrivedUs, m_VideoType) >= 0 && fits;
+    const int seq = ring.Write(data, size, key ? FRAME_FLAG_KEY : 0, arrivedUs, m_VideoType);
+    fits = seq >= 0 && fits;
+    m_WasLost = seq <= 0 || m_WasLost;
   }
   return fits;
+}
+
+// Each entry is marked as one that a reader can begin with: sound depends on nothing before it.
+void CameraRings::WriteSound(const void* data, std::size_t size, std::int64_t arrivedUs) {
+  for (RingWriter& ring : m_Audio) ring.Write(data, size, FRAME_FLAG_KEY, arrivedUs, 0);
 }
 
 bool CameraRings::SetExtra(const void* data, std::size_t size) {
@@ -79,6 +88,7 @@ bool CameraRings::SetExtra(const void* data, std::size_t size) {
 
 void CameraRings::SetState(SourceState state, const std::string& reason) {
   for (RingWriter& ring : m_Video) ring.SetState(state, reason);
+  for (RingWriter& ring : m_Audio) ring.SetState(state, reason);
 }
 
 bool CameraRings::IsWatched(std::int64_t withinUs) const {

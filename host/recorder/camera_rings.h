@@ -23,7 +23,7 @@ std::vector<RingPlan> PlanRings(const CameraRecord& camera);
 // Whether a worker that runs for `a` may go on unchanged for `b`.
 bool SameSetup(const CameraRecord& a, const CameraRecord& b);
 
-// The attached video rings of a camera; every frame goes to each of them.
+// The attached rings of a camera; every picture goes to each for video, sound to each for audio.
 class CameraRings {
  public:
   // Attaches what the supervisor made. False when a ring is missing.
@@ -32,6 +32,10 @@ class CameraRings {
   // Writes one frame, stamped with `arrivedUs` (microseconds since 1970). False when it is too large for a ring;
   // a frame that readers left no room for is simply lost.
   bool Write(const void* data, std::size_t size, bool key, std::int64_t arrivedUs);
+  // Whether a ring lost the frame written last.
+  bool WasLost() const { return m_WasLost; }
+  // Writes the sound that arrived together. Without effect for a camera that has no audio ring.
+  void WriteSound(const void* data, std::size_t size, std::int64_t arrivedUs);
   bool SetExtra(const void* data, std::size_t size);
   void SetState(SourceState state, const std::string& reason);
 
@@ -41,7 +45,9 @@ class CameraRings {
 
  private:
   std::vector<RingWriter> m_Video;
+  std::vector<RingWriter> m_Audio;
   std::int32_t m_VideoType = 0;
+  bool m_WasLost = false;
 };
 
 }  // namespace oculora

@@ -84,19 +84,19 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
   std::string reason;
   m_Rate.Reset();
   std::int64_t lastGoodUs = MonotonicUs();
-  FrameResult lastResult = FrameResult::kWritten;
+  bool tooLarge = false;  // one was, since the last that was written
   while (IsWanted()) {
     if (!source.Read(*packet, reason)) return reason;
-    lastResult = format.Write(*packet, WallClockUs(), m_Rings);
+    const FrameResult result = format.Write(*packet, WallClockUs(), m_Rings);
+    tooLarge = result == FrameResult::kTooLarge || (tooLarge && result != FrameResult::kWritten);
     const std::int64_t nowUs = MonotonicUs();
-    if (lastResult == FrameResult::kWritten) {
+    if (result == FrameResult::kWritten) {
       if (m_StreamingSinceUs == 0) NoteStreaming();
       MeasureRate(nowUs);
       if (!m_ReorderingNoted && format.SawReordering()) NoteReordering();
       lastGoodUs = nowUs;
     } else if (nowUs - lastGoodUs > kNothingUsableUs) {
-      return lastResult == FrameResult::kTooLarge ? "The camera's pictures are larger than 4 MiB"
-                                                  : "No usable picture in the stream";
+      return tooLarge ? "The camera's pictures are larger than 4 MiB" : "No usable picture in the stream";
     }
   }
   return {};

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+#include "recorder/av/byte_input.h"
+
 namespace oculora {
 
 int Demuxer::Open(const std::string& url, const char* format, Dictionary& options, bool probe) {
@@ -54,15 +56,6 @@ int Demuxer::Rewind() {
 
 void Demuxer::Close() { m_Context.reset(); }
 
-std::string Demuxer::MimeType() const {
-  std::uint8_t* text = nullptr;
-  if (m_Context == nullptr || m_Context->pb == nullptr ||
-      av_opt_get(m_Context->pb, "mime_type", AV_OPT_SEARCH_CHILDREN, &text) < 0 || text == nullptr) {
-    return {};
-  }
-  std::string mime(reinterpret_cast<const char*>(text));
-  av_free(text);
-  return mime;
-}
+std::string Demuxer::MimeType() const { return m_Context == nullptr ? "" : MimeTypeOf(m_Context->pb); }
 
 }  // namespace oculora

@@ -17,6 +17,7 @@ namespace oculora {
 
 struct AvDeleter {
   void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+  void operator()(AVIOContext* io) const { avio_closep(&io); }
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
   void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
   void operator()(AVBSFContext* context) const { av_bsf_free(&context); }

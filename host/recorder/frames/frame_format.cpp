@@ -6,6 +6,7 @@
 #include "recorder/frames/h264_frames.h"
 #include "recorder/frames/mjpeg_frames.h"
 #include "recorder/frames/mpeg4_frames.h"
+#include "recorder/frames/mxpeg_frames.h"
 
 namespace oculora {
 
@@ -19,8 +20,7 @@ std::unique_ptr<FrameFormat> MakeFrameFormat(int videoType, std::string& reason)
     case VIDEO_TYPE_H264_PLUS:
       return std::make_unique<H264Frames>();
     case VIDEO_TYPE_MXPEG:
-      reason = "MxPEG cameras are not supported by this version";
-      return nullptr;
+      return std::make_unique<MxpegFrames>();
     default:
       reason = "Cameras of video type " + std::to_string(videoType) + " are not supported by this version";
       return nullptr;
@@ -33,6 +33,8 @@ AVCodecID CodecOfVideoType(int videoType) {
       return AV_CODEC_ID_MJPEG;
     case VIDEO_TYPE_MPEG4:
       return AV_CODEC_ID_MPEG4;
+    case VIDEO_TYPE_MXPEG:
+      return AV_CODEC_ID_MXPEG;
     case VIDEO_TYPE_H264:
     case VIDEO_TYPE_H264_PLUS:
       return AV_CODEC_ID_H264;

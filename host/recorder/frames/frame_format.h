@@ -15,6 +15,7 @@ enum class FrameResult {
   kWritten,
   kSkipped,   // nothing to show yet (no key frame so far) or damaged
   kTooLarge,  // more than readers can take
+  kSound,     // no picture: sound was written
 };
 
 // Serves one connection to a camera; not to be used for the next. Allocates nothing per frame itself.

@@ -2,26 +2,13 @@
 #include "recorder/sources/http_source.h"
 
 #include "recorder/sources/failure.h"
+#include "recorder/sources/http_asking.h"
 
 namespace oculora {
 
-namespace {
-
-// Whether an answer of that media type may hold pictures one after the other; pages that ask to log in do not.
-bool MayBePictures(const std::string& mime) {
-  if (mime.empty() || mime == "application/octet-stream") return true;
-  for (const char* kind : {"multipart/", "image/", "video/"}) {
-    if (mime.rfind(kind, 0) == 0) return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 int HttpSource::Connect(const char* format, bool probe) {
   Dictionary options;
-  options.Set("timeout", kAnswerTimeoutMs * 1000LL);
-  options.Set("user_agent", "oculora-recorder");
+  SetHttpOptions(options);
   return m_Demuxer.Open(m_Address.target, format, options, probe);
 }
 

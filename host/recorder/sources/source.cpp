@@ -3,6 +3,7 @@
 
 #include "recorder/sources/file_source.h"
 #include "recorder/sources/http_source.h"
+#include "recorder/sources/mxpeg_source.h"
 #include "recorder/sources/rtsp_source.h"
 #include "recorder/sources/test_source.h"
 
@@ -10,12 +11,19 @@ namespace oculora {
 
 std::unique_ptr<Source> MakeSource(const std::string& source, AVCodecID expected, int fps, std::string& reason) {
   const SourceAddress address = ParseSource(source);
+  const bool mxpeg = expected == AV_CODEC_ID_MXPEG;
   switch (address.kind) {
     case SourceKind::kRtsp:
+      if (mxpeg) {
+        reason = "MxPEG cameras are reached over http://, not " + address.scheme + "://";
+        return nullptr;
+      }
       return std::make_unique<RtspSource>(address);
     case SourceKind::kHttp:
+      if (mxpeg) return std::make_unique<MxpegSource>(address, fps);
       return std::make_unique<HttpSource>(address, expected);
     case SourceKind::kFile:
+      if (mxpeg) return std::make_unique<MxpegSource>(address, fps);
       return std::make_unique<FileSource>(address, fps);
     case SourceKind::kTest:
       return std::make_unique<TestSource>(address, expected, fps);

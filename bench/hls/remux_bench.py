@@ -11,8 +11,8 @@ import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
-from front import wait_until  # noqa: E402
-from hls import FPS, HlsSite, cpu_seconds, frames_of, proportional_kb  # noqa: E402
+from front import proportional_kb, wait_until  # noqa: E402
+from hls import FPS, HlsSite, cpu_seconds, frames_of  # noqa: E402
 
 BUDGET = 1.0
 COMMAND = ("ffmpeg -nostdin -v error -f h264 -i pipe:0 -c copy -f segment -segment_time 2 -segment_list_size 6"

@@ -5,7 +5,6 @@ writes the same picture from memory under the same lighttpd; proportional memory
 """
 
 import os
-import selectors
 import socket
 import statistics
 import subprocess
@@ -13,7 +12,8 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
-from front import BenchFront, Site, children, family_cpu, wait_until  # noqa: E402
+from front import BenchFront, Site  # noqa: E402
+from viewers import measure  # noqa: E402
 
 API = "VELM.Oculora.Stream.VideoStreaming"
 FPS = 25
@@ -30,60 +30,6 @@ def make_picture(path):
         if os.path.getsize(path) < 215000:
             return os.path.getsize(path)
     raise SystemExit("no quality gives a picture of 200 KB")
-
-
-class Crowd:
-    """Clients that read everything and count bytes."""
-
-    def __init__(self, port, path, count):
-        self.selector = selectors.DefaultSelector()
-        self.bytes = 0
-        self.buffer = bytearray(1 << 20)
-        for _ in range(count):
-            client = socket.create_connection(("127.0.0.1", port))
-            client.sendall(f"GET {path} HTTP/1.0\r\n\r\n".encode())
-            client.setblocking(False)
-            self.selector.register(client, selectors.EVENT_READ)
-
-    def read_for(self, seconds):
-        end = time.monotonic() + seconds
-        while time.monotonic() < end:
-            for key, _ in self.selector.select(0.1):
-                try:
-                    count = key.fileobj.recv_into(self.buffer)
-                except BlockingIOError:
-                    continue
-                if count == 0:
-                    raise SystemExit("a stream ended during the measurement")
-                self.bytes += count
-
-    def close(self):
-        for key in list(self.selector.get_map().values()):
-            key.fileobj.close()
-        self.selector.close()
-
-
-def proportional_kb(pid):
-    with open(f"/proc/{pid}/smaps_rollup") as file:
-        return next(int(line.split()[1]) for line in file if line.startswith("Pss:"))
-
-
-def measure(front, path, viewers, seconds, picture_bytes):
-    """(CPU ms per delivered picture, delivered share, median proportional KB of a request process)."""
-    pid = front.pid()
-    crowd = Crowd(front.port, path, viewers)
-    try:
-        crowd.read_for(1.5)
-        crowd.bytes, before = 0, family_cpu(pid)
-        start = time.monotonic()
-        crowd.read_for(seconds)
-        spent, elapsed = family_cpu(pid) - before, time.monotonic() - start
-        memory = statistics.median(proportional_kb(child) for child in children(pid))
-    finally:
-        crowd.close()
-    wait_until(lambda: not children(pid), 10, "the requests to end")
-    pictures = crowd.bytes / picture_bytes
-    return spent * 1000 / pictures, pictures / (elapsed * FPS * viewers), memory
 
 
 def first_picture_ms(front, path):
@@ -117,8 +63,8 @@ def main():
         print("viewers  smallest CGI    module   ratio   delivered   memory a viewer")
         worst = 0.0
         for viewers in counts:
-            rounds = [(measure(front, "/bench/smallest_mjpeg.cgi", viewers, seconds, size),
-                       measure(front, live, viewers, seconds, size)) for _ in range(ROUNDS)]
+            rounds = [(measure(front, "/bench/smallest_mjpeg.cgi", viewers, seconds, size, FPS),
+                       measure(front, live, viewers, seconds, size, FPS)) for _ in range(ROUNDS)]
             yardstick = statistics.median(pair[0][0] for pair in rounds)
             module = statistics.median(pair[1][0] for pair in rounds)
             delivered = min(pair[1][1] for pair in rounds)

@@ -5,7 +5,7 @@ import re
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "tests", "support"))
-from oculora_site import BUILD, Site, free_port, wait_until  # noqa: E402
+from oculora_site import BUILD, Site, end, free_port, wait_until  # noqa: E402
 
 CONFIG = "/var/packages/Oculora/etc/lighttpd.conf"
 
@@ -75,3 +75,8 @@ def children(pid):
         except OSError:
             continue
     return found
+
+
+def proportional_kb(pid):
+    with open(f"/proc/{pid}/smaps_rollup") as file:
+        return next(int(line.split()[1]) for line in file if line.startswith("Pss:"))

@@ -97,8 +97,3 @@ def cpu_seconds(pid):
         with open(f"/proc/{pid}/task/{task}/schedstat") as file:
             total += int(file.read().split()[0])
     return total / 1e9
-
-
-def proportional_kb(pid):
-    with open(f"/proc/{pid}/smaps_rollup") as file:
-        return next(int(line.split()[1]) for line in file if line.startswith("Pss:"))

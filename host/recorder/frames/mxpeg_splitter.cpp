@@ -31,9 +31,10 @@ bool AgreesWithDuration(std::size_t samples, std::size_t durationUs) {
   return lasts <= kSoundSlackUs || (lasts - kSoundSlackUs) / 2 <= durationUs;
 }
 
-// Whether a byte may follow a sound block: the next item's first, text of a multipart answer, or padding.
-bool MayFollowSound(std::uint8_t byte) {
-  return byte == kJpegMark || byte == 0 || byte == '\r' || byte == '\n' || byte == '-' || byte == ' ';
+// Whether these two bytes may follow a sound block: the next item's first, text of a multipart answer, or padding.
+bool MayFollowSound(std::uint8_t first, std::uint8_t second) {
+  if (first == kJpegMark) return second == kJpegSoi || second == kJpegApp13 || second == kJpegMark;
+  return first == 0 || first == '\r' || first == '\n' || first == '-' || first == ' ';
 }
 
 }  // namespace
@@ -44,7 +45,7 @@ MxpegSplitter::MxpegSplitter(std::size_t maxPictureBytes)
       m_Buffer(new std::uint8_t[m_Capacity]) {}
 
 void MxpegSplitter::Reset() {
-  m_Begin = m_At = m_End = 0;
+  m_Begin = m_At = m_End = m_DoubtUntil = 0;
   m_Place = Place::kBetween;
   m_BehindSound = false;
 }
@@ -57,6 +58,7 @@ std::span<std::uint8_t> MxpegSplitter::Space() {
     std::memmove(m_Buffer.get(), m_Buffer.get() + m_Begin, left);
     m_At -= m_Begin;
     m_Segment -= m_Begin;
+    m_DoubtUntil -= std::min(m_DoubtUntil, m_Begin);
     m_End = left;
     m_Begin = 0;
   }
@@ -90,11 +92,11 @@ bool MxpegSplitter::Lacks(std::size_t count) {
 
 MxpegItem MxpegSplitter::LookBetween() {
   m_Begin = m_At;
-  if (Lacks(1)) return {};
+  if (Lacks(m_BehindSound ? 2 : 1)) return {};
   if (m_BehindSound) {
     m_BehindSound = false;
     // The block was longer or shorter than it said, and a picture's beginning may have gone with it.
-    if (!MayFollowSound(At(0))) return GiveUp(kLyingLength, m_At);
+    if (!MayFollowSound(At(0), At(1))) return GiveUp(kLyingLength, m_At);
   }
   const void* mark = std::memchr(&m_Buffer[m_At], kJpegMark, m_End - m_At);
   m_At = mark == nullptr ? m_End : static_cast<std::size_t>(static_cast<const std::uint8_t*>(mark) - m_Buffer.get());
@@ -186,21 +188,24 @@ MxpegItem MxpegSplitter::LookIntoScan() {
   return {};
 }
 
-// A picture in which nothing changed may come without coded blocks.
 MxpegItem MxpegSplitter::FinishPicture() {
   m_At += 2;
   const std::span<const std::uint8_t> picture(&m_Buffer[m_Begin], m_At - m_Begin);
+  // After a lie the search goes through what was a segment, and may come upon a thumbnail.
+  const bool doubtful = !m_SawComment && m_Begin < m_DoubtUntil;
+  // A picture in which nothing changed may come without coded blocks.
   const bool whole = m_SawScan || (m_SawComment && !m_SawFrameHeader);
-  const bool discarded = m_Discarding;
-  if (!discarded && !whole) return GiveUp(kEmpty, m_At);
+  const bool told = m_Discarding || doubtful;
+  if (!told && !whole) return GiveUp(kEmpty, m_At);
   m_Place = Place::kBetween;
   m_Begin = m_At;
-  if (discarded) return {};
+  if (told) return {};
   if (picture.size() > m_MaxPicture) return {MxpegItem::Kind::kTooLarge, {}};
   return {MxpegItem::Kind::kPicture, picture};
 }
 
 MxpegItem MxpegSplitter::GiveUp(const char* damage, std::size_t goOnAt) {
+  if (damage == kLyingLength) m_DoubtUntil = goOnAt + 2 * kLongestSegment;
   m_Place = Place::kBetween;
   m_At = goOnAt;
   m_Begin = goOnAt;

@@ -72,6 +72,7 @@ class MxpegSplitter {
   Place m_Place = Place::kBetween;
   bool m_Starved = false;
   bool m_BehindSound = false;
+  std::size_t m_DoubtUntil = 0;  // up to there a picture without a comment may be part of a damaged one
 
   // The picture at hand.
   std::size_t m_Segment = 0;  // the marker whose length led to m_At

@@ -34,7 +34,7 @@ int DoFFMpegDecode(FFmpegAttr& attr, const unsigned char* frame, int size) {
   // A camera sends such pictures for as long as it is watched: once a process is enough.
   static std::atomic<bool> told{false};
   if (result == oculora::kMediaTooLarge && !told.exchange(true)) {
-    HOST_LOG_ERROR("A picture is larger than 64 megapixels; it is not decoded.\n");
+    HOST_LOG_ERROR("A picture is larger than 64 megapixels, or has no size; it is not decoded.\n");
   }
   return result == kMediaDone ? 0 : -1;
 }

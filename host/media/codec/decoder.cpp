@@ -8,11 +8,12 @@
 namespace oculora {
 namespace {
 
-// The one thing only FFmpeg's log tells: the decoders here report on the thread that called them.
-thread_local bool t_TooManyPixels = false;
+// The one thing only FFmpeg's log tells: that a size is refused. The decoders here report on the thread that called
+// them.
+thread_local bool t_SizeRefused = false;
 
 void OnLogLine(void*, int, const char* format, va_list) {
-  if (std::strstr(format, "max pixel count") != nullptr) t_TooManyPixels = true;
+  if (std::strstr(format, "Picture size") != nullptr) t_SizeRefused = true;
 }
 
 AVCodecID CodecOfType(int videoType) {
@@ -111,6 +112,8 @@ MediaResult OpenDecoder(FFmpegAttr& attr, int videoType, const unsigned char* ex
   if (context != nullptr && attr.frame != nullptr && SetExtra(*context, extra, extraSize)) {
     context->thread_count = 1;  // threads would give the picture only after later units
     context->max_pixels = kMostPixels;
+    // A JPEG cut short has no concealment, only green or an older picture from where it ends.
+    if (decoder->id == AV_CODEC_ID_MJPEG || decoder->id == AV_CODEC_ID_MXPEG) context->err_recognition |= AV_EF_EXPLODE;
     if (avcodec_open2(context, decoder, nullptr) == 0) return kMediaDone;
   }
   CloseDecoder(attr);
@@ -123,11 +126,11 @@ MediaResult Decode(FFmpegAttr& attr, const unsigned char* unit, int size) {
   AVCodecContext& context = *CodecOf(attr);
   AVFrame& frame = *FrameOf(attr);
   av_frame_unref(&frame);
-  t_TooManyPixels = false;
+  t_SizeRefused = false;
   if (!SendUnit(context, unit, size) || !ReceivePicture(context, frame) || !HasPicture(frame)) {
     av_frame_unref(&frame);
     avcodec_flush_buffers(&context);
-    return t_TooManyPixels ? kMediaTooLarge : kMediaFailed;
+    return t_SizeRefused ? kMediaTooLarge : kMediaFailed;
   }
   attr.width = frame.width;
   attr.height = frame.height;

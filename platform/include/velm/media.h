@@ -27,9 +27,10 @@ int DoFFMpegInitVideo(FFmpegAttr& attr, int videoType, const unsigned char* extr
 // it); on 0 the picture's size stands in `attr`. The picture of this unit comes out at once, also in streams that
 // reorder. -1 when it gave no picture; `attr` then takes the next unit all the same.
 //
-// A damaged picture counts as one as long as something in it was decoded: a view shows it, with the rest as the decoder
-// conceals it, rather than nothing until the next key frame. One that is concealment alone gives -1, and so does one of
-// more than 64 million pixels, with a line in the log (once a process).
+// A damaged picture of H.264 or MPEG-4 counts as one as long as something in it was decoded: a view shows it, with the
+// rest as the decoder conceals it, rather than nothing until the next key frame. One that is concealment alone gives
+// -1, and so do damaged JPEGs, which know no concealment, and pictures of more than 64 million pixels, the latter with
+// a line in the log (once a process).
 int DoFFMpegDecode(FFmpegAttr& attr, const unsigned char* frame, int size);
 // Scales the decoded picture to `width` x `height` (0 x 0 keeps its size; both are set to the size used) in the pixel
 // format `pixelFormat` (an AVPixelFormat value). Rows and planes follow one another without gaps. Matrix and range are

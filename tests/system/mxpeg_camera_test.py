@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# ctest: serial
 """The generated MxPEG camera, seen with FFmpeg: files, viewers over HTTP, and what it does wrong on purpose."""
 
 import array
@@ -73,7 +74,7 @@ class CameraTest(unittest.TestCase):
         self.assertGreater(max(samples), 15000)
 
     def test_viewers(self):
-        camera, url = self.serve("--size", "320x240", "--key-every", "5", "--fault", "huge")
+        camera, url = self.serve("--size", "320x240", "--key-every", "40", "--fault", "huge")
         descriptors = lambda: len(os.listdir(f"/proc/{camera.pid}/fd"))  # noqa: E731
         idle = descriptors()
         with urlopen(url, timeout=10) as slow, urlopen(url + "video", timeout=10) as fast, urlopen(url + "raw") as raw:
@@ -81,6 +82,7 @@ class CameraTest(unittest.TestCase):
             self.assertEqual(raw.read(2), b"\xff\xd8")  # and then no more
             late = [part(slow) for _ in range(40)]
             self.assertRaisesRegex(urllib.error.HTTPError, "404", urlopen, url + "else")
+        self.assertLess(stamp(kept_up[0]) - stamp(late[0]), 1000000, "a viewer waited for the next regular key picture")
         for viewer, seen in ("fast", kept_up), ("slow", late):
             gaps = 0
             for before, now in zip([None, *seen], seen):

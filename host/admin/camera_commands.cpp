@@ -41,7 +41,7 @@ int AddCamera(const CameraOptions& options) {
   camera.videoType = VideoTypeByName(options.type);
   std::string error;
   if (camera.ownerNdId == 0) {
-    const auto source = NormaliseSource(options.source, &error);
+    const auto source = NormaliseSource(options.source, &error, camera.videoType);
     if (!source) return Fail(error);
     camera.source = *source;
   } else {

@@ -14,8 +14,6 @@ namespace {
 constexpr char kTestPrefix[] = "test:";
 constexpr char kKnownSources[] = "a source is rtsp://..., http://..., an existing file, or test: (a generated picture)";
 
-bool StartsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
-
 // The part between "://" and the next "/".
 struct Authority {
   std::size_t begin;
@@ -38,10 +36,13 @@ bool HasSpaceOrControl(const std::string& text) {
   return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c <= 0x20 || c == 0x7f; });
 }
 
-std::string CheckUrl(const std::string& source, std::size_t schemeEnd) {
+std::string CheckUrl(const std::string& source, std::size_t schemeEnd, int videoType) {
   std::string scheme = source.substr(0, schemeEnd);
   if (scheme != "rtsp" && scheme != "rtsps" && scheme != "http" && scheme != "https") {
     return "\"" + scheme + "://\" is no source this program can read; " + kKnownSources;
+  }
+  if (videoType == VIDEO_TYPE_MXPEG && scheme.starts_with("rtsp")) {
+    return "MxPEG cameras are reached over http://, not " + scheme + "://";
   }
   if (HasSpaceOrControl(source)) return "the URL has a space or control character in it; write it as %20";
   if (!HasHost(source, schemeEnd)) return "the URL names no host, like " + scheme + "://192.168.1.20/stream";
@@ -55,20 +56,20 @@ std::string CheckTest(const std::string& source) {
   int height = 0;
   char after = 0;
   const bool good = sscanf(size.c_str(), "%4dx%4d%c", &width, &height, &after) == 2;
-  if (!good || std::min(width, height) < 16 || std::max(width, height) > 4096 || width % 2 != 0 || height % 2 != 0) {
-    return "\"" + source + "\": the size is WIDTHxHEIGHT, even numbers from 16 to 4096, like test:640x480";
+  if (!good || std::min(width, height) < 16 || std::max(width, height) > 3840 || width % 2 != 0 || height % 2 != 0) {
+    return "\"" + source + "\": the size is WIDTHxHEIGHT, even numbers from 16 to 3840, like test:640x480";
   }
   return {};
 }
 
 }  // namespace
 
-std::optional<std::string> NormaliseSource(const std::string& source, std::string* error) {
+std::optional<std::string> NormaliseSource(const std::string& source, std::string* error, int videoType) {
   if (const std::size_t schemeEnd = source.find("://"); schemeEnd != std::string::npos) {
-    *error = CheckUrl(source, schemeEnd);
+    *error = CheckUrl(source, schemeEnd, videoType);
     return error->empty() ? std::optional(source) : std::nullopt;
   }
-  if (StartsWith(source, kTestPrefix)) {
+  if (source.starts_with(kTestPrefix)) {
     *error = CheckTest(source);
     return error->empty() ? std::optional(source) : std::nullopt;
   }

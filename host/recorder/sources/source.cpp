@@ -4,6 +4,7 @@
 #include "recorder/sources/file_source.h"
 #include "recorder/sources/http_source.h"
 #include "recorder/sources/mxpeg_source.h"
+#include "recorder/sources/mxpeg_test_source.h"
 #include "recorder/sources/rtsp_source.h"
 #include "recorder/sources/test_source.h"
 
@@ -26,6 +27,7 @@ std::unique_ptr<Source> MakeSource(const std::string& source, AVCodecID expected
       if (mxpeg) return std::make_unique<MxpegSource>(address, fps);
       return std::make_unique<FileSource>(address, fps);
     case SourceKind::kTest:
+      if (mxpeg) return std::make_unique<MxpegTestSource>(address, fps);
       return std::make_unique<TestSource>(address, expected, fps);
     case SourceKind::kUnknown:
       break;

@@ -16,8 +16,8 @@ class Source {
 
   // Connects; takes at most kAnswerTimeoutMs. False with a sentence in `reason`.
   virtual bool Open(std::string& reason) = 0;
-  // Waits for the next frame; at most kAnswerTimeoutMs for a camera, until its time has come for a file. False with a
-  // sentence in `reason`, or because StopRequested().
+  // Waits for the next frame, whose bytes may be the source's own, good until the next call; at most kAnswerTimeoutMs
+  // for a camera, until its time has come for a file. False with a sentence in `reason`, or because StopRequested().
   virtual bool Read(AVPacket& packet, std::string& reason) = 0;
 
   // What the packets hold; valid after Open.

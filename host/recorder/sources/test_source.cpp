@@ -19,7 +19,7 @@ bool TestSource::Open(std::string& reason) {
   int width = 0;
   int height = 0;
   if (!ParseTestSize(m_Address.target, width, height)) {
-    reason = "A test source is test: or test:WIDTHxHEIGHT with even numbers from 16 to 3840";
+    reason = kTestSizes;
     return false;
   }
   m_Picture.reset(av_frame_alloc());

@@ -9,6 +9,7 @@ namespace oculora {
 
 constexpr int kTestFps = 10;  // when the camera's record names no rate
 constexpr int kMaxTestFps = 60;
+constexpr char kTestSizes[] = "A test source is test: or test:WIDTHxHEIGHT with even numbers from 16 to 3840";
 
 class TestSource : public Source {
  public:

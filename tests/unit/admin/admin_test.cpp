@@ -1,5 +1,6 @@
 // Camera sources and key files as people write them.
 #include <gtest/gtest.h>
+#include <velm/camera.h>
 
 #include "admin/camera_source.h"
 #include "admin/key_lines.h"
@@ -17,9 +18,11 @@ TEST(CameraSource, WrongUrlsAndPatternsAreRefusedWithAReason) {
                           "http://host/\n", "RTSP://host/x", "ftp://host/x", "file:///etc/passwd", "concat:a|b"}) {
     EXPECT_TRUE(!NormaliseSource(url, &error) && !error.empty()) << url;
   }
-  for (const char* size : {"641x480", "8x480", "640x4098", "640", "640x480x2", "640x480 ", "-640x480"}) {
+  for (const char* size : {"641x480", "8x480", "640x3842", "640", "640x480x2", "640x480 ", "-640x480"}) {
     EXPECT_TRUE(!NormaliseSource("test:"s + size, &error) && !error.empty()) << size;
   }
+  EXPECT_TRUE(!NormaliseSource("rtsps://host/x", &error, VIDEO_TYPE_MXPEG) && !error.empty());
+  EXPECT_TRUE(NormaliseSource("https://host/x", &error, VIDEO_TYPE_MXPEG)) << error;
 }
 
 TEST(CameraSource, PasswordsAreNotShown) {

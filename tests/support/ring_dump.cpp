@@ -1,5 +1,5 @@
 // Watches a camera's ring as a viewer does, for tests and benchmarks.
-//   ring_dump CAMERA STREAM frames COUNT DIR [SECONDS]
+//   ring_dump CAMERA STREAM frames|sound COUNT DIR [SECONDS]
 // Waits for the ring, writes COUNT new frames as DIR/000001, ... and the extra data as DIR/extra, and prints
 // "SEQ FLAGS TIMESTAMP SIZE" for each; exit code 1 when too few came.
 #include <sys/shm.h>
@@ -24,22 +24,26 @@ int main(int argc, char** argv) {
   const int camId = std::atoi(argv[1]), streamNo = std::atoi(argv[2]), count = std::atoi(argv[4]);
   const std::string dir = argv[5];
   const auto end = Clock::now() + std::chrono::seconds(argc > 6 ? std::atoi(argv[6]) : 30);
+  const auto attach = std::string(argv[3]) == "sound" ? LiveAdoStreamFifoAt : LiveStreamFifoAt;
   ShmStreamFifo* ring = nullptr;
-  for (; ring == nullptr && Clock::now() < end; usleep(10000)) ring = LiveStreamFifoAt(camId, streamNo);
+  for (; ring == nullptr && Clock::now() < end; usleep(10000)) ring = attach(camId, streamNo);
   if (ring == nullptr) return 1;
-  LiveStreamUpdater viewer;
-  viewer.Init(camId, streamNo);
-  viewer.StartLive();
-
   std::vector<unsigned char> buffer(4 << 20);
   unsigned char* data = buffer.data();
   int seq = kSeqNone, size = 0, flags = 0, written = 0;
-  for (; written < count && Clock::now() < end; viewer.UpdateStamp()) {
-    long long timestamp = 0;
+  long long timestamp = 0;
+  const auto read = [&] {
     MediaES media{};
     size = static_cast<int>(buffer.size());
     ring->ReadNext(seq, data, size, timestamp, media, flags, true);
-    if (size == 0) {
+    return size > 0;
+  };
+  read();  // takes a place in the ring before the camera starts
+  LiveStreamUpdater viewer;
+  viewer.Init(camId, streamNo);
+  viewer.StartLive();
+  for (; written < count && Clock::now() < end; viewer.UpdateStamp()) {
+    if (!read()) {
       usleep(2000);
       continue;
     }

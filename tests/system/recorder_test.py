@@ -9,6 +9,7 @@ import os
 import pathlib
 import re
 import signal
+import statistics
 import subprocess
 import tempfile
 import unittest
@@ -18,6 +19,7 @@ from oculora_site import BUILD, CHECKOUT, Site, end, free_port, spawn, wait_unti
 
 RTSP_SERVER = os.path.join(CHECKOUT, "tests/support/cameras/rtsp_server.py")
 RECORDER = os.path.join(BUILD, "bin", "oculora-recorder")
+MXPEG_CAMERA = os.path.join(BUILD, "bin", "mxpeg-camera")
 RECORDER_PID = "/var/packages/Oculora/var/recorder.pid"
 RECORDS = "/var/packages/Oculora/var/records.db"
 
@@ -55,11 +57,11 @@ class RecorderSite(Site):
     def wait_for(self, camera, state, seconds=15):
         return wait_until(lambda: (ring := self.ring(camera)) and ring["state"] == state and ring, seconds, state)
 
-    def watch(self, camera, count):
-        """`count` frames as a viewer sees them, and the extra data."""
+    def watch(self, camera, count, what="frames"):
+        """`count` frames (or blocks of "sound") as a viewer sees them, and the extra data."""
         with tempfile.TemporaryDirectory(dir=self.path("/tmp")) as outside:
             inside = "/tmp/" + os.path.basename(outside)
-            argv = [os.path.join(BUILD, "bin", "ring_dump"), camera, 0, "frames", count, inside]
+            argv = [os.path.join(BUILD, "bin", "ring_dump"), camera, 0, what, count, inside]
             frames = []
             for number, line in enumerate(self.run(argv, capture_output=True, text=True).stdout.splitlines(), 1):
                 _, flags, timestamp, _ = map(int, line.split())
@@ -67,7 +69,7 @@ class RecorderSite(Site):
             return frames, pathlib.Path(outside + "/extra").read_bytes()
 
     def watch_all(self, cameras):
-        """What one viewer for each of (camera, count) sees, all at once."""
+        """What one viewer for each of (camera, count, ...) sees, all at once."""
         with concurrent.futures.ThreadPoolExecutor(len(cameras)) as pool:
             return list(pool.map(lambda what: self.watch(*what), cameras))
 
@@ -168,6 +170,64 @@ class RecorderTest(unittest.TestCase):
                 self.assertGreaterEqual(len({frame.data for frame in frames}), 20, "it moves")
         self.assertEqual(re.findall(r"camera (\d+) .* sends B-frames", self.site.log()), ["4"], "told once")
 
+    def mxpeg_camera(self, *options):
+        """The address of a generated MxPEG camera."""
+        camera = spawn([MXPEG_CAMERA, "--port", "0", "--size", "160x120", *options], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(end, camera)
+        return camera.stdout.readline().strip()
+
+    def test_mxpeg_arrives_as_ffmpeg_reads_it(self):
+        file, outside = "/tmp/camera.mxg", self.site.path("/tmp/camera.mxg")
+        subprocess.run([MXPEG_CAMERA, "--file", outside, "--seconds", "2", "--fps", "10", "--key-every", "5", "--size",
+                        "160x120", "--tone", "433"], check=True, timeout=60)
+        video, sound = ([line.split()[-1] for line in ffmpeg(
+            "-f", "mxg", "-i", outside, "-map", "0:" + kind, "-c", "copy", "-copyinkf", "-f", "framemd5", "-",
+            stdout=subprocess.PIPE, text=True).stdout.splitlines() if line[0] != "#"] for kind in "va")
+        camera = self.site.add_camera("File", "mxpeg", file)
+        pattern = self.site.add_camera("Pattern", "mxpeg", "test:160x120", fps=10)
+        (seen, _), (heard, _), (drawn, _), (tone, _) = self.site.watch_all(
+            [(camera, 45), (camera, 45, "sound"), (pattern, 25), (pattern, 25, "sound")])
+        for frames, expected in (seen, video), (heard, sound):
+            hashes = [hashlib.md5(frame.data).hexdigest() for frame in frames]
+            first = expected.index(hashes[0])
+            self.assertEqual(hashes, ((expected * 4)[first:])[:45])
+            self.assertAlmostEqual((frames[-1].timestamp - frames[0].timestamp) / 1e6, 4.4, delta=0.4)
+        self.assertEqual([frame.key for frame in seen[:10]].count(True), 2)
+        for frames in seen, drawn:
+            frames = frames[[frame.key for frame in frames].index(True):]
+            done = ffmpeg("-xerror", "-f", "mxg", "-i", "-", "-f", "framemd5", "-", stdout=subprocess.PIPE,
+                          input=b"".join(frame.data for frame in frames) + seen[0].data)
+            self.assertGreaterEqual(len(set(re.findall(rb"\w{32}", done.stdout))), min(len(frames), 10), "it moves")
+        self.assertEqual({len(block.data) for block in tone}, {800})
+
+    def test_mxpeg_cameras_that_do_wrong(self):
+        cases = {"": 30, "raw": 30, "delta-first": 30, "truncated": 30, "huge": 30, "lying-lengths": 3}
+        cameras = []
+        for case, count in cases.items():
+            fault, path = ([], case) if case in ("", "raw") else (["--fault", case], "")
+            url = self.mxpeg_camera("--fps", "10", "--key-every", "5", *fault) + path
+            cameras.append((self.site.add_camera(case or "multipart", "mxpeg", url), count))
+        jpegs = self.site.add_camera("JPEG", "mxpeg", f"http://{MjpegCamera().address}/plain")
+        sound = self.site.add_camera("Sound", "mxpeg", self.mxpeg_camera("--no-video"), stay_on=True)
+        *seen, (whole, _) = self.site.watch_all(cameras + [(jpegs, 10)])
+        self.assertTrue(all(frame.key for frame in whole), "plain JPEG pictures are fine")
+        for case, (frames, _) in zip(cases, seen):
+            with self.subTest(case or "multipart"):
+                self.assertTrue(frames[0].key)
+                before = 0
+                for frame in frames:
+                    self.assertEqual((frame.data[:2], frame.data[-2:]), (b"\xff\xd8", b"\xff\xd9"))
+                    stamp = int.from_bytes(frame.data[14:22], "little")
+                    self.assertTrue(frame.key or stamp - before < 150000, "a picture without the one it needs")
+                    before = stamp
+                late = [frame.timestamp - int.from_bytes(frame.data[14:22], "little") for frame in frames]
+                if case != "lying-lengths":  # whose segments may be 64 KiB long until they prove not to be
+                    self.assertLess(statistics.median(late), 90000, "pictures wait for the next one")
+        self.assertEqual(self.site.log().count("sends damaged MxPEG pictures"), 2, self.site.log())
+        self.assertEqual(self.site.ring(sound)["state"], "connecting", "sound alone is no stream of pictures")
+        self.assertEqual(self.site.wait_for(sound, "failed", 40)["reason"], "No usable picture in the stream")
+        self.assertEqual(self.site.camera(sound)["measuredFps"], 0)
+
     def test_cameras_run_while_watched_or_their_rate_is_measured(self):
         url = f"rtsp://{self.rtsp_camera()}/h264"
         unwatched = self.site.add_camera("Unwatched", "mjpeg", "test:64x48")
@@ -203,9 +263,11 @@ class RecorderTest(unittest.TestCase):
             ("h264", f"rtsp://admin:hunter2@{dead}/", f"Connection refused by {dead}"),
             ("h264", f"http://{host}/plain", "The camera sends mjpeg, but is set up as h264"),
             ("h264", "http://no.invalid/", "The name of the camera is not known in this network (no.invalid:80)"),
-            ("h264", "/tmp/gone.mp4", "There is no file /tmp/gone.mp4"),
             ("h264", "/tmp/noise.mp4", "The file /tmp/noise.mp4 is no video known here"),
-            ("mxpeg", f"http://{host}/plain", "MxPEG cameras are not supported by this version"),
+            ("mxpeg", f"http://admin:hunter2@{host}/password", "The camera refuses the user name or password"),
+            ("mxpeg", f"http://{host}/html", f"The answer of {host} is no video stream known here"),
+            ("mxpeg", "/tmp/noise.mp4", "The file /tmp/noise.mp4 is no video known here"),
+            ("h264", "/tmp/gone.mp4", "There is no file /tmp/gone.mp4"),
         ]
         cameras = [self.site.add_camera(f"C{number}", kind, source, stay_on=True)
                    for number, (kind, source, _) in enumerate(cases)]

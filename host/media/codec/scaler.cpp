@@ -8,7 +8,11 @@ namespace oculora {
 namespace {
 
 constexpr int kStrideAlignment = 64;  // the scaler writes whole vectors, beyond the end of a row too
-constexpr int kScalerFlags = SWS_BICUBIC;
+
+// Averages over areas come as close to a picture as bicubic filters when it shrinks, at little more than half the work.
+int ScalerFlags(const AVFrame& frame, int width, int height) {
+  return width <= frame.width && height <= frame.height ? SWS_AREA : SWS_BICUBIC;
+}
 
 bool IsSizeAllowed(int width, int height) {
   return width > 0 && height > 0 && std::int64_t{width} * height <= kMostPixels;
@@ -17,7 +21,7 @@ bool IsSizeAllowed(int width, int height) {
 bool SetUpScaler(FFmpegAttr& attr, const AVFrame& frame, int width, int height, AVPixelFormat format) {
   const auto from = static_cast<AVPixelFormat>(frame.format);
   SwsContext* scaler = sws_getCachedContext(ScalerOf(attr), frame.width, frame.height, from, width, height, format,
-                                            kScalerFlags, nullptr, nullptr, nullptr);
+                                            ScalerFlags(frame, width, height), nullptr, nullptr, nullptr);
   attr.scaler = scaler;
   if (scaler == nullptr) return false;
 

@@ -154,10 +154,11 @@ test('a camera that is switched off says so, and plays when it is on again', asy
   await untilLive(page, 'Gate', 40);
 });
 
-test('without hls.js the tile says what is missing, and the others play', async () => {
+test('without hls.js there is a preview that says what is missing', async () => {
   await page.route('**/vendor/hls.mjs', (route) => route.fulfill({ status: 404 }));
   await enter();
-  await tileOf(page, 'Yard').getByText('The player for H.264 (hls.js) is not installed on the recorder.').waitFor();
-  await untilLive(page, 'Clock');
+  await tileOf(page, 'Yard').getByText('key frames only. The player for H.264 (hls.js) is not installed on the recorder.').waitFor();
+  for (const name of ['Yard', 'Gate', 'Clock']) await untilLive(page, name);
+  assert.equal(await page.getByRole('button', { name: 'Preview' }).count(), 0);
   assert.equal(await site.remux(yard), null);
 });

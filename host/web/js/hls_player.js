@@ -18,6 +18,8 @@ export class HlsPlayer {
   #video = document.createElement('video');
   #still = document.createElement('canvas'); // the last picture of a video that was taken away, under the next one
   element = document.createElement('div');
+  note = '';
+  sound = null;
 
   constructor(onMove, onEnd) {
     this.#onMove = onMove;

@@ -1,6 +1,7 @@
 // Ties the page together: who is logged in, which view is shown, when live pictures run.
 import { SESSION_ENDED, UNREACHABLE } from './api.js';
 import { CameraList } from './cameras.js';
+import { choices } from './choices.js';
 import { setText } from './dom.js';
 import { GridView } from './grid.js';
 import { abandonAll, closeAll } from './hls_session.js';
@@ -143,6 +144,11 @@ list.addEventListener('problem', ({ error }) => {
   // Pictures that still come are left alone; else all start anew when the recorder is back.
   if (error.code === UNREACHABLE && !view.pictures?.some((picture) => picture.live)) setWatching(false);
   renderNotice();
+});
+
+choices.addEventListener('change', () => {
+  updateView();
+  setWatching(watching);
 });
 
 instance.addEventListener('change', () => {

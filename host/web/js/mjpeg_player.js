@@ -1,47 +1,24 @@
-// Shows a camera's live MJPEG in a canvas. What a player is stands in picture.js.
-import { url } from './api.js';
-import { LiveStream } from './stream.js';
+// Shows live MJPEG: a camera's own, or the preview that the recorder makes of another camera's key frames.
+import { CanvasPlayer } from './canvas_player.js';
 
-export class MjpegPlayer {
-  #context;
-  #stream = null;
-  #onMove;
-  #onEnd;
-  element = document.createElement('canvas');
+export class MjpegPlayer extends CanvasPlayer {
+  #context = this.element.getContext('bitmaprenderer');
+  format = 'mjpeg';
 
-  constructor(onMove, onEnd) {
-    this.#onMove = onMove;
-    this.#onEnd = onEnd;
-    this.#context = this.element.getContext('bitmaprenderer');
+  // Only the newest is worth decoding.
+  take(part, queue) {
+    queue.clear();
+    queue.push([part]);
   }
 
-  get size() {
-    return { width: this.element.width, height: this.element.height };
-  }
-
-  get pictures() {
-    return this.#stream?.pictures ?? 0;
-  }
-
-  get delay() {
-    return null; // pictures are shown as they come
-  }
-
-  open(camera, view) {
-    const params = { cameraId: camera.id, format: 'mjpeg', timestamp: view };
-    const address = url('VELM.Oculora.Stream.VideoStreaming', 'Stream', params);
-    this.#stream = new LiveStream(address, (bitmap) => this.#paint(bitmap), this.#onEnd);
-  }
-
-  close() {
-    this.#stream?.stop();
-    this.#stream = null;
-  }
-
-  #paint(bitmap) {
-    const { width, height } = bitmap;
-    if (this.element.width !== width || this.element.height !== height) Object.assign(this.element, { width, height });
+  paint(bitmap) {
+    if (!bitmap) return false; // a broken picture is left out
+    this.fit(bitmap);
     this.#context.transferFromImageBitmap(bitmap);
-    this.#onMove();
+    return true;
   }
+}
+
+export class PreviewPlayer extends MjpegPlayer {
+  note = 'Preview: key frames only.';
 }

@@ -4,15 +4,19 @@
 //   element            what moves
 //   size, pictures     { width, height } of the picture; how many were shown since open()
 //   delay              seconds behind the camera, null where that is unknown
+//   note               what it leaves out of the stream, '' when nothing; what it shows may be seconds apart then
+//   sound              null, or { came: whether there is any, on, turn(on) }
 //   open(camera, view) starts; `view` is the view instance it belongs to
 //   close()            ends; the last picture stays, and nothing is called back any more
-// onMove() is called whenever the picture moves, onEnd(error or null) once when a stream has ended by itself; an error
-// that is `final` needs no other try.
+// onMove() is called whenever the picture moves, onEnd(error or null) once when a stream has ended by itself; after
+// an error that is `final` the camera is shown in another format.
+import { whyNoVideo } from './choices.js';
 import { fromTemplate, setText } from './dom.js';
 import { formatOf } from './formats.js';
 import { describe, isWatchable } from './status.js';
 
 const STALL_MS = 5000;
+const SPARSE_STALL_MS = 15000; // of pictures that may be seconds apart
 const HEALTHY_MS = 5000; // a picture that moved for so long starts with a quick retry again
 const RETRY_MS = [1000, 2000, 4000, 8000, 15000];
 const RATE_TICKS = 5;
@@ -44,6 +48,15 @@ export class LivePicture extends EventTarget {
 
   get live() {
     return this.#phase === 'live';
+  }
+
+  // What is not shown, and why; '' when all is.
+  get note() {
+    return this.#player?.note ? `${this.#player.note} ${whyNoVideo(this.camera.id)}`.trim() : '';
+  }
+
+  get sound() {
+    return this.#player?.sound;
   }
 
   // Whether only one window of a session may show it.
@@ -134,7 +147,7 @@ export class LivePicture extends EventTarget {
 
   #tick() {
     if (this.#phase !== 'live') return;
-    if (performance.now() - this.#lastMoveAt > STALL_MS) {
+    if (performance.now() - this.#lastMoveAt > (this.#player.note ? SPARSE_STALL_MS : STALL_MS)) {
       this.#phase = 'stalled';
       this.#counts = [];
       this.#render();
@@ -143,7 +156,7 @@ export class LivePicture extends EventTarget {
     const rate = this.#takeRate();
     const { size, delay } = this.#player;
     const facts = [`${size.width} × ${size.height}`];
-    if (rate > 0) facts.push(`${Math.max(1, Math.round(rate))} fps`);
+    if (rate > 0) facts.push(`${rate < 0.95 ? rate.toFixed(1) : Math.round(rate)} fps`);
     if (delay !== null) facts.push(`${Math.round(delay)} s behind`);
     this.facts = facts.join(' · ');
     setText(this.element.querySelector('time'), clock.format(Date.now() - (delay ?? 0) * 1000));
@@ -161,14 +174,16 @@ export class LivePicture extends EventTarget {
   #ended(error) {
     const healthy = this.#firstMoveAt > 0 && this.#lastMoveAt > this.#firstMoveAt + HEALTHY_MS;
     this.#close();
-    this.#phase = error?.final ? 'unplayable' : 'ended';
-    this.#endReason = error?.message ?? '';
-    if (!error?.final) {
-      this.#tries = healthy ? 0 : this.#tries;
-      const delay = RETRY_MS[Math.min(this.#tries, RETRY_MS.length - 1)];
-      this.#tries += 1;
-      this.#timer = setTimeout(() => this.#openIfPossible(), delay);
+    if (error?.final) {
+      this.#format.giveUp(this.camera.id, error.message);
+      return;
     }
+    this.#phase = 'ended';
+    this.#endReason = error?.message ?? '';
+    this.#tries = healthy ? 0 : this.#tries;
+    const delay = RETRY_MS[Math.min(this.#tries, RETRY_MS.length - 1)];
+    this.#tries += 1;
+    this.#timer = setTimeout(() => this.#openIfPossible(), delay);
     this.#render();
     this.dispatchEvent(Object.assign(new Event('end'), { error }));
   }

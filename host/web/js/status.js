@@ -2,7 +2,7 @@
 import { formatOf, typeName } from './formats.js';
 
 // A stream's phases: stopped (nobody should watch), opening (no picture yet), live, stalled (pictures stopped coming),
-// ended (over; another try follows), unplayable (over for good).
+// ended (over; another try follows).
 export const sentence = (text) => {
   const trimmed = text.trim();
   if (!trimmed) return '';
@@ -26,10 +26,9 @@ export function describe(camera, phase, endReason = '') {
     const why = reason || 'The recorder is not running.';
     return problem('power', 'Recorder off', 'No picture', `${why} The picture returns when it runs again.`);
   }
-  const { note, opening } = formatOf(camera);
-  if (note) return quiet('film', typeName(camera), `${typeName(camera)} camera`, note);
+  const { unknown, opening } = formatOf(camera);
+  if (unknown) return quiet('film', typeName(camera), `${typeName(camera)} camera`, unknown);
   if (phase === 'live') return { tone: 'live', symbol: '', label: 'Live', title: '', detail: '' };
-  if (phase === 'unplayable') return problem('nocamera', 'No picture', 'No picture', sentence(endReason));
   if (camera.state === 'failed') {
     return problem('nocamera', 'No picture', 'No picture', `${reason || 'The camera does not answer.'} Trying again.`);
   }

@@ -1,4 +1,4 @@
-// One live MJPEG stream: pictures as they arrive, and how it ended.
+// One live stream of pictures: its parts as they arrive, and how it ended.
 //
 // The stream is read with fetch rather than by an <img>: browsers do not tell a page when the pictures of an <img> stop
 // coming, and a still picture that looks live is the one fault a camera page must not have.
@@ -7,16 +7,11 @@ import { MultipartReader } from './multipart.js';
 
 export class LiveStream {
   #abort = new AbortController();
-  #newest = null; // the picture to decode next; older ones are skipped when decoding falls behind
-  #decoding = false;
-  #onPicture;
-  pictures = 0;
 
-  // onPicture(bitmap): the receiver closes it. onEnd(error): an ApiError, or null when the stream simply ended; neither
-  // is called after stop().
-  constructor(url, onPicture, onEnd) {
-    this.#onPicture = onPicture;
-    this.#run(url).then(
+  // onPart(bytes) takes a part. onEnd(error): an ApiError, or null when the stream simply ended. Neither is called after
+  // stop().
+  constructor(url, onPart, onEnd) {
+    this.#run(url, onPart).then(
       () => this.#stopped || onEnd(null),
       (error) => this.#stopped || onEnd(error instanceof ApiError ? error : null),
     );
@@ -24,14 +19,13 @@ export class LiveStream {
 
   stop() {
     this.#abort.abort();
-    this.#newest = null;
   }
 
   get #stopped() {
     return this.#abort.signal.aborted;
   }
 
-  async #run(url) {
+  async #run(url, onPart) {
     let response;
     try {
       response = await fetch(url, { cache: 'no-store', signal: this.#abort.signal });
@@ -40,8 +34,9 @@ export class LiveStream {
     }
     const type = response.headers.get('content-type') ?? '';
     if (type.includes('json')) refuse(await response.json());
+    if (type.startsWith('text/plain')) throw notYet(await response.text());
     if (!type.startsWith('multipart/')) return response.body?.cancel();
-    const parts = new MultipartReader((part) => this.#take(part));
+    const parts = new MultipartReader((part) => this.#stopped || onPart(part));
     const reader = response.body.getReader();
     try {
       for (;;) {
@@ -50,29 +45,8 @@ export class LiveStream {
         parts.push(value);
       }
     } finally {
-      this.#abort.signal.aborted || reader.cancel().catch(() => {});
+      this.#stopped || reader.cancel().catch(() => {});
     }
-  }
-
-  #take(part) {
-    this.#newest = part;
-    if (!this.#decoding) this.#decode();
-  }
-
-  async #decode() {
-    this.#decoding = true;
-    while (this.#newest) {
-      const blob = new Blob([this.#newest], { type: 'image/jpeg' });
-      this.#newest = null;
-      const bitmap = await createImageBitmap(blob).catch(() => null); // a broken picture is left out
-      if (!bitmap) continue;
-      if (this.#stopped) bitmap.close();
-      else {
-        this.pictures += 1;
-        this.#onPicture(bitmap);
-      }
-    }
-    this.#decoding = false;
   }
 }
 
@@ -82,4 +56,9 @@ function refuse(answer) {
   } catch (error) {
     throw refusalToWatch(error);
   }
+}
+
+// A camera of which the recorder holds no picture yet is refused in plain text.
+function notYet(text) {
+  return text.startsWith('Failed to view') ? new ApiError(403, 'The camera has not sent a picture yet.') : new ApiError(400);
 }

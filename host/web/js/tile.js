@@ -1,4 +1,5 @@
 // A camera in the grid: its picture, name and state; the whole tile leads to the large view.
+import { controlsOf } from './controls.js';
 import { announce, fromTemplate, setText } from './dom.js';
 import { LivePicture } from './picture.js';
 import { cameraHash } from './routes.js';
@@ -8,6 +9,7 @@ export class Tile {
     this.picture = new LivePicture(camera);
     this.element = fromTemplate('tile');
     this.element.prepend(this.picture.element);
+    this.element.append(controlsOf(this.picture));
     this.link = this.element.querySelector('a');
     const state = this.element.querySelector('.state');
     state.id = `state-${camera.id}`;
@@ -34,15 +36,18 @@ export class Tile {
 
   #render() {
     setText(this.link, this.picture.camera.name);
-    showState(this.element.querySelector('.state'), this.picture);
+    showState(this.element, this.picture);
   }
 }
 
-// The state line under a picture: what it is like, or what is wrong.
+// The words beside a picture: what it is like, or what is wrong; and what of it is not shown.
 export function showState(element, picture) {
   const { tone, label } = picture.status;
-  element.dataset.tone = tone;
-  setText(element, picture.facts && tone === 'live' ? `${label} · ${picture.facts}` : label);
+  const [state, note] = ['.state', '.note'].map((name) => element.querySelector(name));
+  state.dataset.tone = tone;
+  setText(state, picture.facts && tone === 'live' ? `${label} · ${picture.facts}` : label);
+  note.hidden = !picture.note || tone !== 'live';
+  setText(note, picture.note);
 }
 
 // Says what people who see the page see: problems with their reason, and the return of the picture.

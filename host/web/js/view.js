@@ -1,4 +1,5 @@
 // The large view of one camera.
+import { controlsOf } from './controls.js';
 import { fromTemplate, setText } from './dom.js';
 import { pageOf, setLink } from './grid.js';
 import { LivePicture } from './picture.js';
@@ -71,13 +72,13 @@ export class SingleView {
       announceStatus(this.#picture);
     });
     this.#picture.addEventListener('end', this.#onEnd);
-    this.#stage.append(this.#picture.element);
+    this.#stage.append(this.#picture.element, controlsOf(this.#picture));
     this.#picture.show(...this.#shown);
   }
 
   #render() {
     setText(this.element.querySelector('h1'), this.#picture.camera.name);
-    showState(this.element.querySelector('.state'), this.#picture);
+    showState(this.element, this.#picture);
   }
 
   #toggleFullScreen() {

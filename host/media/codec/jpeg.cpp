@@ -11,6 +11,7 @@ namespace oculora {
 namespace {
 
 constexpr int kDefaultQuality = 80;
+constexpr int kMostSide = 65500;  // of a JPEG; the library allocates by the height before it checks
 constexpr int kSubsampling = TJSAMP_420;
 
 struct HandleDeleter {
@@ -25,9 +26,9 @@ struct FreeDeleter {
 MediaResult EncodeJpeg(int width, int height, const unsigned char* rgb, unsigned char* jpeg, int capacity,
                        int& jpegSize, int quality) {
   jpegSize = 0;
+  const bool isSize = width > 0 && height > 0 && width <= kMostSide && height <= kMostSide;
   const bool isQuality = quality == -1 || (quality >= 1 && quality <= 100);
-  if (width <= 0 || height <= 0 || rgb == nullptr || jpeg == nullptr || capacity <= 0 || !isQuality)
-    return kMediaFailed;
+  if (!isSize || !isQuality || rgb == nullptr || jpeg == nullptr || capacity <= 0) return kMediaFailed;
   const std::unique_ptr<void, HandleDeleter> compressor(tjInitCompress());
   const unsigned long most = tjBufSize(width, height, kSubsampling);
   if (!compressor || most == static_cast<unsigned long>(-1)) return kMediaFailed;

@@ -111,7 +111,6 @@ struct Decoder {
   int Init(int type, const Buffer& extra) {
     return DoFFMpegInitVideo(attr, type, extra.data(), static_cast<int>(extra.size()));
   }
-  // Units come at the very end of what may be read, as in a ring.
   int Decode(const Buffer& unit) { return DoFFMpegDecode(attr, unit.data(), static_cast<int>(unit.size())); }
   int Scale(int toWidth, int toHeight, int format) {
     width = toWidth;
@@ -197,9 +196,8 @@ TEST(Media, DamagedPicturesHurtNobody) {
       const int rc = decoder.Decode(noisy);
       EXPECT_EQ(decoder.Scale(640, 360, AV_PIX_FMT_RGB24), rc);
     }
-    Decoder again(encoded.type, encoded.extra);
-    EXPECT_EQ(again.Decode(Buffer(3000, 0x5a)), -1);
-    EXPECT_EQ(again.Decode(encoded.unit), 0);
+    EXPECT_EQ(decoder.Decode(Buffer(3000, 0x5a)), -1);
+    expectWhole();
   }
 }
 
@@ -328,22 +326,22 @@ TEST(Media, JpegFitsTheRoomOrIsRefused) {
   const Encoded encoded = EncodeH264();
   Decoder decoder(encoded.type, {});
   ASSERT_EQ(decoder.Decode(encoded.unit), 0);
-  ASSERT_EQ(decoder.Scale(1279, 719, AV_PIX_FMT_RGB24), 0);
-  Buffer jpeg(1 << 20);
+  ASSERT_EQ(decoder.Scale(641, 359, AV_PIX_FMT_RGB24), 0);
+  Buffer jpeg(1 << 18);
   const auto compress = [&](int capacity, int quality) {
     std::fill(jpeg.begin(), jpeg.end(), static_cast<unsigned char>(0xa5));
     int size = -1;
-    const int rc = EncodeToJpeg(1279, 719, decoder.data, jpeg.data(), capacity, size, quality);
+    const int rc = EncodeToJpeg(641, 359, decoder.data, jpeg.data(), capacity, size, quality);
     EXPECT_EQ(rc == 0, size > 0);
-    EXPECT_EQ(std::count(jpeg.begin() + std::max(capacity, 0), jpeg.end(), 0xa5), (1 << 20) - std::max(capacity, 0));
+    EXPECT_EQ(std::count(jpeg.begin() + std::max(capacity, 0), jpeg.end(), 0xa5), (1 << 18) - std::max(capacity, 0));
     return size;
   };
-  const int bytes = compress(1 << 20, -1);
+  const int bytes = compress(1 << 18, -1);
   ASSERT_GT(bytes, 0);
-  EXPECT_LT(compress(1 << 20, 10), bytes);
-  EXPECT_GT(compress(1 << 20, 100), bytes);
+  EXPECT_LT(compress(1 << 18, 10), bytes);
+  EXPECT_GT(compress(1 << 18, 100), bytes);
   for (const int capacity : {-1, 0, 1, bytes / 2, bytes - 1}) EXPECT_EQ(compress(capacity, -1), 0) << capacity;
-  for (const int quality : {0, -2, 101}) EXPECT_EQ(compress(1 << 20, quality), 0) << quality;
+  for (const int quality : {0, -2, 101}) EXPECT_EQ(compress(1 << 18, quality), 0) << quality;
   EXPECT_EQ(compress(bytes, -1), bytes);
   jpeg.resize(static_cast<std::size_t>(bytes));
 
@@ -357,7 +355,6 @@ TEST(Media, JpegFitsTheRoomOrIsRefused) {
     EXPECT_EQ(EncodeToJpeg(width, height, decoder.data, jpeg.data(), 1000, size, -1), -1);
   }
   EXPECT_EQ(EncodeToJpeg(8, 8, nullptr, jpeg.data(), 1000, size, -1), -1);
-  EXPECT_EQ(EncodeToJpeg(8, 8, decoder.data, nullptr, 1000, size, -1), -1);
 }
 
 }  // namespace

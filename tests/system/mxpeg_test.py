@@ -170,11 +170,11 @@ class World:
         self.noisy = self.generated("noisy", "--input", self.folder + noise.removeprefix("/tmp"), "--quality", 100,
                                     "--key-every", 10, "--tone", 1000)
         self.quiet = self.generated("quiet", "--size", "1000x562", "--fps", 10, "--key-every", 10, "--tone", 0)
-        self.mute = self.generated("mute", "--size", "320x240", "--fps", 10, "--key-every", 5)
+        small = "--size", "320x240", "--fps", 10, "--key-every", 5
+        self.mute = self.generated("mute", *small)
         self.mute_process = self.process
         self.blind = self.generated("blind", "--no-video", "--fps", 10)
-        self.faulty = {fault: self.generated(fault, "--size", "320x240", "--fps", 10, "--key-every", 5, "--fault", fault)
-                       for fault in FAULTS}
+        self.faulty = {fault: self.generated(fault, *small, "--fault", fault) for fault in FAULTS}
 
     def generated(self, name, *args):
         self.process = spawn([os.path.join(BUILD, "bin", "mxpeg-camera"), "--port", "0", *map(str, args)],
@@ -361,7 +361,8 @@ class World:
         view = self.view(self.blind, "mxpeg")
         view.ended.result(10)
         assert b'"code":403' in view.body, "not connected"
-        wait_until(lambda: self.lines(f'camera {self.blind} "blind": No usable picture in the stream'), 45, "the reason")
+        reason = f'camera {self.blind} "blind": No usable picture in the stream'
+        wait_until(lambda: self.lines(reason), 45, "the reason")
 
     def crowd(self):
         """Half of the viewers of a camera are killed; the others miss nothing."""

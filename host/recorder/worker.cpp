@@ -36,7 +36,8 @@ Worker::Worker(CameraRecord camera, CameraRings rings) : m_Camera(std::move(came
     m_WantsRate = true;
     m_KnownRate = profile.measuredFps;
   }
-  if (m_WantsRate && m_Camera.videoType == VIDEO_TYPE_H264) m_StrangeUntilUs = MonotonicUs() + kVisitUs;
+  const bool needsRate = m_WantsRate && m_Camera.videoType == VIDEO_TYPE_H264;
+  if (needsRate || m_Camera.videoType == VIDEO_TYPE_MXPEG) m_StrangeUntilUs = MonotonicUs() + kVisitUs;
 }
 
 void Worker::Run() {
@@ -59,8 +60,12 @@ void Worker::Run() {
 
 bool Worker::IsWanted() const { return m_Camera.stayOn || m_Rings.IsWatched(kUnwatchedUs) || IsStrange(); }
 
-// Already the first viewer of an HLS stream needs the rate, so a camera whose rate nobody knows is visited for it once.
-bool Worker::IsStrange() const { return m_KnownRate == 0 && MonotonicUs() < m_StrangeUntilUs; }
+// Some cameras are visited once before anybody watches: already the first viewer of an HLS stream needs the frame rate,
+// and a view of an MxPEG camera begins with the newest key picture that there is.
+bool Worker::IsStrange() const {
+  if (MonotonicUs() >= m_StrangeUntilUs) return false;
+  return m_Camera.videoType == VIDEO_TYPE_MXPEG ? !m_SawPicture : m_KnownRate == 0;
+}
 
 // One connection, from opening to its end. Why it ended; empty when nobody watches any more or a stop was asked for.
 std::string Worker::Serve() {
@@ -104,6 +109,7 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
 
 void Worker::NoteStreaming() {
   m_StreamingSinceUs = MonotonicUs();
+  m_SawPicture = true;
   m_Rings.SetState(SourceState::kStreaming, "");
   if (!m_LastReason.empty()) LogInfo("camera %d \"%s\" is back", m_Camera.id, m_Camera.name.c_str());
   m_LastReason.clear();

@@ -38,11 +38,13 @@ class Worker {
 
   bool m_ReorderingNoted = false;
 
+  std::int64_t m_StrangeUntilUs = 0;  // connect without viewers so long, until what the first one needs is there
+  bool m_SawPicture = false;
+
   RateMeter m_Rate;
-  bool m_WantsRate = false;           // a profile declares none
-  std::int64_t m_StrangeUntilUs = 0;  // connect without viewers so long, until the rate is known
-  int m_KnownRate = 0;                // as measured and stored; 0: not yet
-  std::int64_t m_StoreAtUs = 0;       // not before
+  bool m_WantsRate = false;      // a profile declares none
+  int m_KnownRate = 0;           // as measured and stored; 0: not yet
+  std::int64_t m_StoreAtUs = 0;  // not before
 };
 
 // Entry of `oculora-recorder --worker ID`; the exit code.

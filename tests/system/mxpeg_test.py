@@ -25,6 +25,7 @@ API = "VELM.Oculora.Stream.VideoStreaming"
 PASSWORD = "a long password"
 RING_BYTES = 24 << 20
 LARGEST = 4 << 20
+WAVE = 14  # samples; a block of sound holds 320, no multiple of it, so that a missing one shows
 FAULTS = ("lying-lengths", "delta-first", "huge", "truncated", "gap", "stall")
 
 Block = collections.namedtuple("Block", "duration stamp samples")
@@ -168,7 +169,7 @@ class World:
         noise = self.film("noise", "testsrc2=1280x480:r=25[a];color=gray:1280x240:r=25,noise=alls=100:allf=t[b];"
                           "[a][b]vstack", 1, "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", type="avi")
         self.noisy = self.generated("noisy", "--input", self.folder + noise.removeprefix("/tmp"), "--quality", 100,
-                                    "--key-every", 10, "--tone", 1000)
+                                    "--key-every", 10, "--tone", 8000 / WAVE)
         self.quiet = self.generated("quiet", "--size", "1000x562", "--fps", 10, "--key-every", 10, "--tone", 0)
         small = "--size", "320x240", "--fps", 10, "--key-every", 5
         self.mute = self.generated("mute", *small)
@@ -282,9 +283,11 @@ class World:
         shown = subprocess.run(["ffprobe", "-v", "error", "-f", "mxg", "-show_entries", "stream=codec_name,sample_rate,"
                                 "channels,width,height", "-of", "csv=p=0", file], check=True, capture_output=True)
         assert shown.stdout.split() == [b"mxpeg,1280,720", b"pcm_alaw,8000,1"], shown.stdout
-        # Half a wave of 1000 Hz later a sample is the opposite. So none is missing either, the halt included.
-        off = [number for number, (a, b) in enumerate(zip(samples, samples[4:])) if abs(a + b) > 800]
-        assert len(samples) > 30000 and max(samples) > 15000 and not off, (len(samples), off[:9])
+        # Half a wave later a sample is the opposite. So none is missing either, the halt included.
+        off = [number for number, (a, b) in enumerate(zip(samples, samples[WAVE // 2 :])) if abs(a + b) > 800]
+        assert max(samples) > 15000 and not off, off[:9]
+        heard = sum(size for _, size in blocks) / 8000
+        assert abs(heard - (stamps[-1] - blocks[0][0]) / 1e6) < 0.5, (heard, stamps, blocks)
 
     def faults(self, fault):
         """The stream goes on, what comes can be decoded, and the log says it once."""

@@ -3,7 +3,7 @@
 // Where its operations live:
 //   video/dispatch.cpp         construction, loading the camera, admission, method and format dispatch
 //   video/stream_key.cpp       AuthByStmKey
-//   video/live_view.cpp        OutputMjpegStream, OutputMxpegStream: what both do before a picture is sent
+//   video/live_view.cpp        OutputMjpegStream, OutputMxpegStream: what views share
 //   video/view_file.cpp        CheckTimeStamp: the hand-over between views of one session
 //   video/live_mjpeg.cpp       LiveviewMjpgCam
 //   video/live_mxpeg.cpp       LiveviewMxpegCam
@@ -92,6 +92,8 @@ class VideoStreamingHandler : public VideoStreamingBase {
   bool IsEnvSet(const char* name) const;
 
   bool BeginLocalView(const char* func);  // signal handler and time stamp; false when this process must not stream
+  // Looks at the camera's connection, after `passesBetweenChecks` passes without a look. False when it is lost.
+  bool MayGoOn(const char* func, int& passes, int passesBetweenChecks);
   void LiveviewMjpgCam();
   void LiveviewMxpegCam();
   void PlayMxpeg(MultipartResponse& response, AttachedRing& video, SoundTrack& sound, time_t lastWrite);

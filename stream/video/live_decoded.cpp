@@ -17,7 +17,7 @@ extern "C" {
 namespace {
 
 constexpr int kPassUs = 300000;
-constexpr int kPassesPerConnectionCheck = 2;  // counted as the 4th pass checks
+constexpr int kPassesBetweenChecks = 3;
 constexpr int kExtraBytes = 1024;
 constexpr int kWidest = 640;
 
@@ -58,17 +58,9 @@ void VideoStreamingHandler::LiveviewMpeg4CamByMjpg() {
 
   CodecExtra extra;
   int last = kSeqNone;
-  for (int count = 0; IsOutputOpen() && g_StopFlag == 0; timer.Delay()) {
+  for (int passes = 0; IsOutputOpen() && g_StopFlag == 0; timer.Delay()) {
     m_StmUpdater.UpdateStamp();
-    if (count > kPassesPerConnectionCheck) {
-      if (GetCamConnStatus(m_CamId) != 1) {
-        QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: status abnormal. Stop liveview.\n", m_CamId);
-        break;
-      }
-      count = 0;
-    } else {
-      ++count;
-    }
+    if (!MayGoOn(__func__, passes, kPassesBetweenChecks)) break;
     int seq = last;
     int size = kPictureBytes;
     ring->ReadLatestIFrame(seq, g_RawFrame, size, ring.info);

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr int kPassUs = 10000;
-constexpr int kPassesPerConnectionCheck = 99;  // counted as the 101st pass checks
+constexpr int kPassesBetweenChecks = 100;
 
 }  // namespace
 
@@ -28,17 +28,9 @@ void VideoStreamingHandler::LiveviewMjpgCam() {
   timer.BeginTiming();
 
   int seq = kSeqNone;
-  for (int count = 0; IsOutputOpen() && g_StopFlag == 0;) {
+  for (int passes = 0; IsOutputOpen() && g_StopFlag == 0;) {
     m_StmUpdater.UpdateStamp();
-    if (count > kPassesPerConnectionCheck) {
-      if (GetCamConnStatus(m_CamId) != 1) {
-        QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: status abnormal. Stop liveview.\n", m_CamId);
-        break;
-      }
-      count = 0;
-    } else {
-      ++count;
-    }
+    if (!MayGoOn(__func__, passes, kPassesBetweenChecks)) break;
     const STREAM_ENTRY* entry = ring->ReadLatest(seq, ring.info);
     const unsigned char* data = nullptr;
     int size = 0;

@@ -1,4 +1,4 @@
-// What live view does before a picture is sent.
+// What live views share: what they do before a picture is sent, and the camera's connection in between.
 #include <cstdlib>
 
 #include "videoStreaming.h"
@@ -17,6 +17,17 @@ bool VideoStreamingHandler::BeginLocalView(const char* func) {
     return false;
   }
   return true;
+}
+
+bool VideoStreamingHandler::MayGoOn(const char* func, int& passes, int passesBetweenChecks) {
+  if (passes < passesBetweenChecks) {
+    ++passes;
+    return true;
+  }
+  passes = 0;
+  if (GetCamConnStatus(m_CamId) == 1) return true;
+  QM_LOG_AS(func, LOG_LEVEL_ERROR, "Cam[%d]: status abnormal. Stop liveview.\n", m_CamId);
+  return false;
 }
 
 void VideoStreamingHandler::OutputMjpegStream() {

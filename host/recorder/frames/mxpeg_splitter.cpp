@@ -9,7 +9,7 @@
 namespace oculora {
 namespace {
 
-constexpr std::size_t kReadAhead = 64 * 1024;
+constexpr std::size_t kReadAhead = 65536;
 constexpr std::size_t kLongestSegment = 2 + 65535;
 constexpr std::size_t kSoundHeader = 16;
 constexpr std::size_t kSampleUs = 125;  // A-law, 8000 a second

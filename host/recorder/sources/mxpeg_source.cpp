@@ -13,7 +13,7 @@ namespace oculora {
 namespace {
 
 // A stream in which so much holds nothing known is something else.
-constexpr std::int64_t kMostUnknownBytes = 16 * 1048576;
+constexpr std::int64_t kMostUnknownBytes = 16777216;
 
 int StreamIndexOf(MxpegItem::Kind kind) {
   switch (kind) {

@@ -17,7 +17,8 @@ API = "VELM.Oculora.Stream.VideoStreaming"
 NOBODY = "http://127.0.0.1:9/"  # the recorder gets no pictures; the rings are fed in its place
 PICTURES = ((200000, 25), (40000, 15))  # bytes, a second
 BUDGET = 1.5
-ROUNDS = 5  # alternating, so that a change of the machine's pace meets both
+ROUNDS = 4  # alternating, so that a change of the machine's pace meets both
+WARM_UP = 6  # s; a viewer maps the pages of a ring on its first way through it: 24 MiB, 5 s of the larger pictures
 
 
 def compare(site, front, sid, cameras, size, fps, viewers, seconds):
@@ -25,8 +26,8 @@ def compare(site, front, sid, cameras, size, fps, viewers, seconds):
     paths = {kind: site.api_path(API, "Stream", {"cameraId": camera, "format": kind, "timestamp": 1}, sid)
              for kind, camera in cameras.items()}
     sound = 16 + 8000 // fps
-    rounds = [(measure(front, paths["mjpeg"], viewers, seconds, size, fps),
-               measure(front, paths["mxpeg"], viewers, seconds, size + sound, fps)) for _ in range(ROUNDS)]
+    rounds = [(measure(front, paths["mjpeg"], viewers, seconds, size, fps, WARM_UP),
+               measure(front, paths["mxpeg"], viewers, seconds, size + sound, fps, WARM_UP)) for _ in range(ROUNDS)]
     mjpeg, mxpeg = ([statistics.median(column) for column in zip(*side)] for side in zip(*rounds))
     delivered = min(min(pair[0][1], pair[1][1]) for pair in rounds)
     ratio = mxpeg[0] / mjpeg[0]

@@ -39,12 +39,12 @@ class Crowd:
         self.selector.close()
 
 
-def measure(front, path, viewers, seconds, picture_bytes, fps):
+def measure(front, path, viewers, seconds, picture_bytes, fps, warm_up=1.5):
     """(CPU ms per delivered picture, delivered share, median proportional KB of a request process)."""
     pid = front.pid()
     crowd = Crowd(front.port, path, viewers)
     try:
-        crowd.read_for(1.5)
+        crowd.read_for(warm_up)
         crowd.bytes, before = 0, family_cpu(pid)
         start = time.monotonic()
         crowd.read_for(seconds)

@@ -11,6 +11,7 @@
 #include "mxpeg_segments.h"
 #include "picture_buffer.h"
 #include "sound_track.h"
+#include "velm/timing.h"
 #include "velm/writers.h"
 #include "videoStreaming.h"
 #include "video_unit.h"
@@ -78,6 +79,8 @@ void VideoStreamingHandler::LiveviewMxpegCam() {
 // Delta pictures change the picture before them, so after a loss they wait for the next key frame.
 void VideoStreamingHandler::PlayMxpeg(MultipartResponse& response, AttachedRing& video, SoundTrack& sound,
                                       time_t lastWrite) {
+  DelayTimer idle(kIdleUs);  // in place of a sleep of this length: it wakes once a picture
+  idle.BeginTiming();
   int seq = kSeqNone;
   bool chained = false;
   while (IsOutputOpen() && g_StopFlag == 0) {
@@ -88,7 +91,7 @@ void VideoStreamingHandler::PlayMxpeg(MultipartResponse& response, AttachedRing&
     if (!video->GetValidFrame(entry, data, size)) {
       video->ReadFinish(entry, true, video.info);
       if (IsSilentFor(lastWrite)) break;
-      usleep(kIdleUs);
+      idle.Delay();
       continue;
     }
     const STREAM_ENTRY frame = *entry;

@@ -70,7 +70,7 @@ bool Worker::IsStrange() const {
 // One connection, from opening to its end. Why it ended; empty when nobody watches any more or a stop was asked for.
 std::string Worker::Serve() {
   m_StreamingSinceUs = 0;
-  m_Rings.SetState(SourceState::kConnecting, "");
+  m_Rings.SetState(SourceState::kConnecting, m_LastReason);
   std::string reason;
   const AVCodecID expected = CodecOfVideoType(m_Camera.videoType);
   const auto format = MakeFrameFormat(m_Camera.videoType, reason);
@@ -100,7 +100,10 @@ std::string Worker::Copy(Source& source, FrameFormat& format) {
       MeasureRate(nowUs);
       if (!m_ReorderingNoted && format.SawReordering()) NoteReordering();
       lastGoodUs = nowUs;
-    } else if (nowUs - lastGoodUs > kNothingUsableUs) {
+      continue;
+    }
+    if (result == FrameResult::kTooLarge && !m_TooLargeNoted) NoteTooLarge();
+    if (nowUs - lastGoodUs > kNothingUsableUs) {
       return tooLarge ? "The camera's pictures are larger than 4 MiB" : "No usable picture in the stream";
     }
   }
@@ -142,6 +145,12 @@ void Worker::NoteReordering() {
       "camera %d \"%s\" sends B-frames; HLS needs a stream without them: switch them off in the camera (its baseline "
       "profile has none) or use MJPEG",
       m_Camera.id, m_Camera.name.c_str());
+}
+
+// Once a worker as well. Other pictures may flow meanwhile.
+void Worker::NoteTooLarge() {
+  m_TooLargeNoted = true;
+  LogError("camera %d \"%s\" sends pictures larger than 4 MiB; they are left out", m_Camera.id, m_Camera.name.c_str());
 }
 
 void Worker::NoteFailure(const std::string& reason) {

@@ -27,6 +27,7 @@ class Worker {
   void NoteStreaming();
   void MeasureRate(std::int64_t nowUs);
   void NoteReordering();
+  void NoteTooLarge();
   void NoteFailure(const std::string& reason);
   void WaitForRetry(int delayMs);
 
@@ -37,6 +38,7 @@ class Worker {
   std::string m_LastReason;             // logged last; empty when the camera was well
 
   bool m_ReorderingNoted = false;
+  bool m_TooLargeNoted = false;
 
   std::int64_t m_StrangeUntilUs = 0;  // connect without viewers so long, until what the first one needs is there
   bool m_SawPicture = false;

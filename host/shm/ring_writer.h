@@ -31,7 +31,7 @@ constexpr std::size_t kMaxReasonBytes = 120;
 // What anyone may ask of a ring without joining it. All times are CLOCK_MONOTONIC microseconds, 0: never.
 struct RingStatus {
   SourceState state = SourceState::kIdle;
-  std::string reason;             // plain English, empty unless kFailed
+  std::string reason;             // plain English, of the last failure, until frames arrive again
   std::int64_t lastFrameUs = 0;   // when the newest frame was written
   std::int64_t stampUs = 0;       // newest stamp of a viewer
   std::int64_t firstStampUs = 0;  // first stamp of the viewers at hand

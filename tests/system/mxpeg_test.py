@@ -366,6 +366,7 @@ class World:
         assert b'"code":403' in view.body, "not connected"
         reason = f'camera {self.blind} "blind": No usable picture in the stream'
         wait_until(lambda: self.lines(reason), 45, "the reason")
+        assert self.state(self.blind)["measuredFps"] == 0, "blocks of sound are no frames"
 
     def crowd(self):
         """Half of the viewers of a camera are killed; the others miss nothing."""

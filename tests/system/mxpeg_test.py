@@ -8,6 +8,7 @@ The scenarios run side by side, because most of their time is waiting for pictur
 import array
 import collections
 import concurrent.futures
+import contextlib
 import http.client
 import math
 import os
@@ -91,8 +92,11 @@ class View:
     def pid(self):
         """The request process."""
         mark = f"viewer={self.name}&".encode()
-        return next(pid for pid in self.site.pids("entry.cgi")
-                    if mark in pathlib.Path(f"/proc/{pid}/environ").read_bytes())
+        for pid in self.site.pids("entry.cgi"):
+            with contextlib.suppress(OSError):  # one that has ended meanwhile
+                if mark in pathlib.Path(f"/proc/{pid}/environ").read_bytes():
+                    return pid
+        raise AssertionError(f"no process of {self.name}")
 
     def loads(self, library):
         return library in pathlib.Path(f"/proc/{self.pid()}/maps").read_text()

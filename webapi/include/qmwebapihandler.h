@@ -23,9 +23,8 @@ using QM_WEBAPI_ERR_CODE = std::int32_t;
 enum : QM_WEBAPI_ERR_CODE {
   kErrNone = 0,
   kErrOperationFailed = 100,
-  kErrNotAvailable = 103,  // the method exists, but not in this version
   kErrNotAdmitted = 105,
-  kErrNoStreamBuffer = 400,
+  kErrNoMedia = 400,     // no live ring, or no recorded file
   kErrBadRequest = 401,  // no such camera, or no such method
 };
 

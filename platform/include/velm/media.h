@@ -50,26 +50,37 @@ struct __tag_JPEG_FRAME_INFO {
   std::int32_t frameCount;  // frames in the file
 };
 
-// Reads the JPEG frames of a recorded file. Each call blocks on the disk only.
+// Reads the frames of a recorded file as JPEGs, in the order in which they are shown. Frames stored as JPEGs come byte
+// for byte; those of other codecs are decoded and compressed in their own size. An AVI of JPEGs needs no library; other
+// files load the media object. The next frame costs one picture to decode, any other one a group of pictures. A file
+// that is still being written has the frames it had when Init was called. Blocks on the disk; one thread at a time.
 class JpegExtractor {
  public:
   JpegExtractor();
   ~JpegExtractor();
-  int Init(const std::string& path);                                     // 0 or -1
-  int GetFrameInfo(__tag_JPEG_FRAME_INFO& info);                         // 0 or -1
-  int ReadFrame(unsigned index, unsigned char* buffer, unsigned& size);  // `size`: capacity in, length out
+  // Opens the file; another one may be opened later. Files whose header does not tell where their pictures are
+  // (transport streams) are read through once. -1, with a line in the log, when it holds no pictures or cannot be read.
+  int Init(const std::string& path);
+  // 0, or -1 when the file's rate makes no sense. The rate may be 0: the file does not tell it.
+  int GetFrameInfo(__tag_JPEG_FRAME_INFO& info);
+  // `size`: capacity in, length out. In place of a frame that is damaged comes the one after it or the one before. -1
+  // behind the last frame, when a stored frame exceeds the capacity, when the disk fails, or when nothing from there on
+  // can be decoded.
+  int ReadFrame(unsigned index, unsigned char* buffer, unsigned& size);
 
  private:
   struct Impl;
   std::unique_ptr<Impl> m_Impl;
 };
 
-// An integer shared between processes, named by a key that the client chose.
+// An integer shared between processes, named by a key other than 0 that a client chose. Never waits. There is room for
+// 1024; a new key may take the place of one that nobody used for long.
 class ProgressIndicator {
  public:
+  // `create`: makes a place for the key where it has none. `keep`: what is set stays when this object goes.
   ProgressIndicator(long long key, bool create, bool keep);
   ~ProgressIndicator();
-  int Set(int value);  // 0 or -1
+  int Set(int value);  // 0, or -1: the key has no place, or lost it
   int Get();           // -1: nothing was set
 
  private:

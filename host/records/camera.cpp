@@ -1,11 +1,12 @@
-// Camera records of the platform interface, read from the records database.
+// Camera records of the platform interface, read from the records of this host or of a mount.
 #include "velm/camera.h"
 
-#include "records/records.h"
+#include "records/request_storage.h"
 
-int Camera::Load(int id, int /*mountId*/, int /*flags*/) {
+int Camera::Load(int id, int mountId, int /*flags*/) {
   if (id < 1) return -1;
-  oculora::Database* database = oculora::RequestDatabase();
+  oculora::Database* database =
+      mountId > 0 ? oculora::RequestStorage(oculora::StorageKind::kMount, mountId).records : oculora::RequestDatabase();
   if (database == nullptr) return -1;
   std::optional<oculora::CameraRecord> record = database->LoadCamera(id);
   if (!record) return -1;

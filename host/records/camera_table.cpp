@@ -11,7 +11,7 @@ namespace {
 // One row a profile; a camera without profiles has one row with NULL in the profile columns.
 #define CAMERA_COLUMNS                                                                                   \
   "SELECT c.id, c.name, c.video_type, c.source, c.owner_server, c.id_on_server, c.enabled, c.deleting, " \
-  "c.stay_on, p.profile, p.stream_no, p.fps, p.width, p.height, p.measured_fps "                         \
+  "c.stay_on, c.record_seconds, p.profile, p.stream_no, p.fps, p.width, p.height, p.measured_fps "       \
   "FROM cameras c LEFT JOIN camera_profiles p ON p.camera = c.id "
 
 CameraRecord ReadCamera(const Statement& row) {
@@ -25,12 +25,13 @@ CameraRecord ReadCamera(const Statement& row) {
   camera.enabled = row.Bool(6);
   camera.deleting = row.Bool(7);
   camera.stayOn = row.Bool(8);
+  camera.recordSeconds = row.Int(9);
   return camera;
 }
 
 void AddProfile(const Statement& row, CameraRecord& camera) {
-  if (row.IsNull(9)) return;
-  camera.profiles.push_back({row.Int(9), row.Int(10), row.Int(11), row.Int(12), row.Int(13), row.Int(14)});
+  if (row.IsNull(10)) return;
+  camera.profiles.push_back({row.Int(10), row.Int(11), row.Int(12), row.Int(13), row.Int(14), row.Int(15)});
 }
 
 bool HasControlCharacter(const std::string& text) {
@@ -42,6 +43,12 @@ bool IsVideoType(int type) {
          type == VIDEO_TYPE_H264_PLUS;
 }
 
+constexpr char kRecordLengths[] = "recordings are files of 10 to 3600 seconds";
+
+bool IsRecordLength(int seconds) {
+  return seconds == 0 || (seconds >= kMinRecordSeconds && seconds <= kMaxRecordSeconds);
+}
+
 // What is wrong with a camera, or an empty text. Ranges of ids and streams are those that name a frame ring.
 std::string CheckCamera(const CameraRecord& camera) {
   if (camera.name.empty() || camera.name.size() > 128 || HasControlCharacter(camera.name)) {
@@ -51,6 +58,7 @@ std::string CheckCamera(const CameraRecord& camera) {
   if (!IsVideoType(camera.videoType)) return "unknown video type " + std::to_string(camera.videoType);
   if (HasControlCharacter(camera.source)) return "a camera's source has no control characters";
   if (camera.ownerNdId < 0 || camera.idOnRec < 0) return "ids of servers and of their cameras are not negative";
+  if (!IsRecordLength(camera.recordSeconds)) return kRecordLengths;
   for (const ProfileRecord& profile : camera.profiles) {
     if (profile.profile < 0 || profile.profile > 2) return "a profile is 0 (high), 1 (balanced) or 2 (mobile)";
     if (profile.streamNo < 0 || profile.streamNo > 15) return "a stream number is 0 to 15";
@@ -117,14 +125,14 @@ std::optional<int> Database::AddCamera(const CameraRecord& camera) {
       return std::nullopt;
     }
   }
-  Statement insert(*m_Impl, "INSERT INTO cameras VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  Statement insert(*m_Impl, "INSERT INTO cameras VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   if (camera.id == 0) {
     insert.BindNull();
   } else {
     insert.Bind(camera.id);
   }
   insert.Bind(camera.name).Bind(camera.videoType).Bind(camera.source).Bind(camera.ownerNdId).Bind(camera.idOnRec);
-  insert.Bind(camera.enabled).Bind(camera.deleting).Bind(camera.stayOn);
+  insert.Bind(camera.enabled).Bind(camera.deleting).Bind(camera.stayOn).Bind(camera.recordSeconds);
   if (!insert.Run()) return std::nullopt;
   const int id = static_cast<int>(sqlite3_last_insert_rowid(m_Impl->connection));
   if (!InsertProfiles(*m_Impl, id, camera.profiles) || !transaction.Commit()) return std::nullopt;
@@ -132,6 +140,14 @@ std::optional<int> Database::AddCamera(const CameraRecord& camera) {
 }
 
 bool Database::RemoveCamera(int id) {
+  {
+    Statement recorded(*m_Impl, "SELECT count(*) FROM events WHERE camera = ?");
+    if (recorded.Bind(id).Row() && recorded.Int(0) > 0) {
+      m_Impl->lastError = "camera " + std::to_string(id) + " has " + std::to_string(recorded.Int(0)) +
+                          " recordings; they must be removed first";
+      return false;
+    }
+  }
   Statement remove(*m_Impl, "DELETE FROM cameras WHERE id = ?");
   return remove.Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
 }
@@ -139,6 +155,20 @@ bool Database::RemoveCamera(int id) {
 bool Database::SetCameraEnabled(int id, bool enabled) {
   Statement update(*m_Impl, "UPDATE cameras SET enabled = ? WHERE id = ?");
   return update.Bind(enabled).Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
+}
+
+bool Database::MarkCameraDeleting(int id) {
+  Statement update(*m_Impl, "UPDATE cameras SET deleting = 1, enabled = 0, record_seconds = 0 WHERE id = ?");
+  return update.Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
+}
+
+bool Database::SetCameraRecording(int id, int seconds) {
+  if (!IsRecordLength(seconds)) {
+    m_Impl->lastError = kRecordLengths;
+    return false;
+  }
+  Statement update(*m_Impl, "UPDATE cameras SET record_seconds = ? WHERE id = ?");
+  return update.Bind(seconds).Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
 }
 
 bool Database::SetMeasuredFps(int id, int fps) {

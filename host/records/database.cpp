@@ -13,8 +13,6 @@
 namespace oculora {
 namespace {
 
-constexpr int kBusyTimeoutMs = 2000;
-
 void SetError(std::string* target, std::string text) {
   if (target != nullptr) *target = std::move(text);
 }
@@ -67,8 +65,10 @@ int MakePrivateFile(const char* path) {
   return 0;
 }
 
+bool IsReader(Database::Mode mode) { return mode == Database::Mode::kReadOnly || mode == Database::Mode::kForeign; }
+
 int OpenFlags(Database::Mode mode) {
-  const int access = mode == Database::Mode::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+  const int access = IsReader(mode) ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   return access | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
 }
 
@@ -120,7 +120,7 @@ DatabaseImpl::~DatabaseImpl() {
   sqlite3_close(connection);
 }
 
-int DatabaseImpl::Open(const char* file, int flags) {
+int DatabaseImpl::Open(const char* file, int flags, int patienceMs) {
   path = file;
   errno = 0;
   const int code = sqlite3_open_v2(file, &connection, flags, nullptr);
@@ -128,7 +128,7 @@ int DatabaseImpl::Open(const char* file, int flags) {
     NoteError(code);
     return code;
   }
-  sqlite3_busy_timeout(connection, kBusyTimeoutMs);
+  sqlite3_busy_timeout(connection, patienceMs);
   return SQLITE_OK;
 }
 
@@ -203,7 +203,7 @@ Database::~Database() = default;
 Database::Database(Database&&) noexcept = default;
 Database& Database::operator=(Database&&) noexcept = default;
 
-std::optional<Database> Database::Open(Mode mode, std::string* error, const char* path) {
+std::optional<Database> Database::Open(Mode mode, std::string* error, const char* path, int patienceMs) {
   if (mode == Mode::kCreate) {
     if (const int code = MakePrivateFile(path); code != 0) {
       SetError(error, "the records " + std::string(path) + " cannot be made (" + std::strerror(code) +
@@ -212,10 +212,10 @@ std::optional<Database> Database::Open(Mode mode, std::string* error, const char
     }
   }
   auto impl = std::make_unique<Impl>();
-  bool good = impl->Open(path, OpenFlags(mode)) == SQLITE_OK;
+  bool good = impl->Open(path, OpenFlags(mode), patienceMs) == SQLITE_OK;
   // Requests skip this: they find out with their first question, at no extra cost.
   impl->checkSchemaLate = mode == Mode::kReadOnly;
-  if (good && mode != Mode::kReadOnly) {
+  if (good && !IsReader(mode)) {
     good = CheckSchema(*impl, mode == Mode::kCreate) && impl->Execute("PRAGMA foreign_keys = ON");
   }
   if (!good) {

@@ -18,7 +18,7 @@ struct DatabaseImpl {
   DatabaseImpl& operator=(const DatabaseImpl&) = delete;
 
   // Opens the file; 0 or an SQLite code, with the last error set.
-  int Open(const char* file, int flags);
+  int Open(const char* file, int flags, int patienceMs = Database::kPatienceMs);
   // The prepared statement of a literal, made on first use; null on failure.
   sqlite3_stmt* Prepare(const char* sql);
   // Runs statements without results; false on failure.

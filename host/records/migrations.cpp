@@ -1,13 +1,25 @@
 // Brings records of earlier versions up to date: one step from each version to the next, never changed once released.
 #include "records/migrations.h"
 
+#include "schema.h"
+
 namespace oculora {
 namespace {
 
-constexpr const char* kSteps[] = {
+struct Step {
+  const char* tables;  // new ones; null: none
+  const char* changes;
+};
+
+constexpr Step kSteps[] = {
     // 1 to 2: what the recorder measured where nobody declared a rate.
-    "ALTER TABLE camera_profiles ADD COLUMN measured_fps INTEGER NOT NULL DEFAULT 0;"
-    "UPDATE version SET version = 2",
+    {nullptr,
+     "ALTER TABLE camera_profiles ADD COLUMN measured_fps INTEGER NOT NULL DEFAULT 0;"
+     "UPDATE version SET version = 2"},
+    // 2 to 3: recording.
+    {kRecordingTablesSql,
+     "ALTER TABLE cameras ADD COLUMN record_seconds INTEGER NOT NULL DEFAULT 0;"
+     "UPDATE version SET version = 3"},
 };
 static_assert(std::size(kSteps) == kSchemaVersion - 1);
 
@@ -15,7 +27,9 @@ static_assert(std::size(kSteps) == kSchemaVersion - 1);
 
 bool Migrate(DatabaseImpl& database, int version) {
   for (; version < kSchemaVersion; ++version) {
-    if (!database.Execute(kSteps[version - 1])) return false;
+    const Step& step = kSteps[version - 1];
+    if (step.tables != nullptr && !database.Execute(step.tables)) return false;
+    if (!database.Execute(step.changes)) return false;
   }
   return true;
 }

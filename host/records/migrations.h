@@ -5,7 +5,7 @@
 
 namespace oculora {
 
-constexpr int kSchemaVersion = 2;
+constexpr int kSchemaVersion = 3;
 
 // Takes records of `version` (1 to kSchemaVersion) to kSchemaVersion, step by step. The caller holds the transaction.
 // False on failure; nothing must be committed then.

@@ -3,7 +3,7 @@
 // Request processes open it read-only, once, on first use; the admin command, the recorder and log-in open it for
 // writing. Records of an earlier version are brought up to date by whoever meets them first. All operations return
 // false (or an empty optional) and set the last error on failure; none throws. A Database belongs to one thread. Waits
-// at most 2 s for another writer.
+// at most 2 s for another writer unless told otherwise.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,7 @@ namespace oculora {
 // Where the records and everything else of a site stand.
 constexpr char kVarDir[] = "/var/packages/Oculora/var";
 constexpr char kEtcDir[] = "/var/packages/Oculora/etc";
+constexpr char kRecordingsDir[] = "/var/packages/Oculora/var/recordings";
 constexpr char kRecordsPath[] = "/var/packages/Oculora/var/records.db";
 constexpr char kLogPath[] = "/var/packages/Oculora/var/oculora.log";
 constexpr char kRecorderPidPath[] = "/var/packages/Oculora/var/recorder.pid";
@@ -24,6 +25,8 @@ constexpr char kStreamKeyDir[] = "/var/packages/Oculora/target/@rtsp_info";
 
 constexpr char kAppPrivilege[] = "VELM.QRT.Oculora";
 constexpr int kMobileProfile = 2;
+constexpr int kMinRecordSeconds = 10;
+constexpr int kMaxRecordSeconds = 3600;
 
 struct ProfileRecord {
   int profile = 0;  // 0 high, 1 balanced, 2 mobile
@@ -42,7 +45,8 @@ struct CameraRecord {
   int idOnRec = 0;
   bool enabled = true;
   bool deleting = false;
-  bool stayOn = false;  // runs even when nobody watches
+  bool stayOn = false;    // runs even when nobody watches
+  int recordSeconds = 0;  // recorded all the time, in files of this length; 0: not
   std::vector<ProfileRecord> profiles;
 
   ProfileRecord MobileProfile() const;  // what live viewers use; as constructed when there is none
@@ -69,14 +73,17 @@ struct ServerRecord {
 class Database {
  public:
   // Writers check the schema's version at once, readers with their first question. kCreate makes file and schema too.
-  enum class Mode { kReadOnly, kReadWrite, kCreate };
+  // kForeign reads records of another host, and never brings them up to date.
+  enum class Mode { kReadOnly, kReadWrite, kCreate, kForeign };
 
   ~Database();
   Database(Database&&) noexcept;
   Database& operator=(Database&&) noexcept;
 
-  // `error` gets a sentence a person can act on.
-  static std::optional<Database> Open(Mode mode, std::string* error, const char* path = kRecordsPath);
+  // `error` gets a sentence a person can act on. Waits at most `patienceMs` for another writer, here and later.
+  static std::optional<Database> Open(Mode mode, std::string* error, const char* path = kRecordsPath,
+                                      int patienceMs = kPatienceMs);
+  static constexpr int kPatienceMs = 2000;
 
   const std::string& LastError() const;  // a sentence a person can act on; empty before the first failure
   bool IsUnreadable() const;  // an operation failed because the records as a whole are missing, damaged or locked
@@ -89,6 +96,8 @@ class Database {
   std::optional<int> AddCamera(const CameraRecord& camera);  // the id; empty: id or name taken, value off
   bool RemoveCamera(int id);
   bool SetCameraEnabled(int id, bool enabled);
+  bool MarkCameraDeleting(int id);  // it is neither shown nor recorded from now on
+  bool SetCameraRecording(int id, int seconds);  // kMinRecordSeconds to kMaxRecordSeconds; 0: off
   // Notes the measured rate in the camera's profiles that declare none. True also when there is no such profile.
   bool SetMeasuredFps(int id, int fps);
 
@@ -118,6 +127,9 @@ class Database {
   bool SetSetting(const std::string& name, const std::string& value);
 
  private:
+  friend class EventTable;
+  friend class StorageTable;
+  friend class TaskTable;
   struct Impl;
   explicit Database(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> m_Impl;

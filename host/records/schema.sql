@@ -1,6 +1,6 @@
 -- The records of a site: everything an administrator configured, and the sessions of people logged in.
 --
--- Version 2. A later version adds its step to migrations.cpp, writes down here what the step makes of the tables (new
+-- Version 3. A later version adds its step to migrations.cpp, writes down here what the step makes of the tables (new
 -- columns last), and raises the number in `version` and there. The rollback journal (not a write-ahead log) is chosen on purpose:
 -- a reader then needs the one file only, and may open it read-only.
 
@@ -8,7 +8,7 @@ CREATE TABLE version (
   only_row  INTEGER PRIMARY KEY CHECK (only_row = 1),
   version   INTEGER NOT NULL
 );
-INSERT INTO version VALUES (1, 2);
+INSERT INTO version VALUES (1, 3);
 
 -- One row a camera, of this host or of a recording server managed by it.
 CREATE TABLE cameras (
@@ -20,7 +20,8 @@ CREATE TABLE cameras (
   id_on_server  INTEGER NOT NULL DEFAULT 0,   -- the camera's id there
   enabled       INTEGER NOT NULL DEFAULT 1,
   deleting      INTEGER NOT NULL DEFAULT 0,   -- marked for deletion
-  stay_on       INTEGER NOT NULL DEFAULT 0    -- runs even when nobody watches
+  stay_on       INTEGER NOT NULL DEFAULT 0,   -- runs even when nobody watches
+  record_seconds  INTEGER NOT NULL DEFAULT 0  -- recorded all the time, in files of this length; 0: not
 );
 
 -- What a camera is asked for, for each way of watching it.
@@ -67,7 +68,9 @@ CREATE TABLE servers (
   secret  TEXT NOT NULL   -- shared with that server; keys the pair match
 );
 
--- Known names: "cms" ("1": this host manages recording servers), "pair_secret" (shared with the host managing this one).
+-- Known names: "record_keep_days" and "record_keep_gb" (0: no limit), "record_reserve_mb" (free space that recording
+-- leaves alone), "cms" ("1": this host manages recording servers), "pair_secret" (shared with the host managing this
+-- one).
 CREATE TABLE settings (
   name   TEXT PRIMARY KEY,
   value  TEXT NOT NULL

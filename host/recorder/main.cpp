@@ -11,6 +11,8 @@
 #include <string>
 
 #include "recorder/recorder_log.h"
+#include "recorder/recording/housekeeping.h"
+#include "recorder/recording/recording_process.h"
 #include "recorder/supervisor.h"
 #include "recorder/worker.h"
 
@@ -61,16 +63,23 @@ int Supervise() {
   return 0;
 }
 
+// 0 when that is no camera's id.
+int ParseId(const char* text) {
+  int id = 0;
+  const char* end = text + std::strlen(text);
+  const auto parsed = std::from_chars(text, end, id);
+  return parsed.ec == std::errc() && parsed.ptr == end && id > 0 ? id : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc == 1) return Supervise();
-  if (argc == 3 && std::strcmp(argv[1], "--worker") == 0) {
-    int camId = 0;
-    const char* end = argv[2] + std::strlen(argv[2]);
-    const auto parsed = std::from_chars(argv[2], end, camId);
-    if (parsed.ec == std::errc() && parsed.ptr == end && camId > 0) return oculora::RunWorker(camId);
-  }
+  // What the supervisor starts.
+  if (argc == 2 && std::strcmp(argv[1], "--housekeep") == 0) return oculora::RunHousekeeping();
+  const int camId = argc == 3 ? ParseId(argv[2]) : 0;
+  if (camId > 0 && std::strcmp(argv[1], "--worker") == 0) return oculora::RunWorker(camId);
+  if (camId > 0 && std::strcmp(argv[1], "--record") == 0) return oculora::RunRecording(camId);
   const bool help = argc == 2 && std::strcmp(argv[1], "--help") == 0;
   std::fputs(kUsage, help ? stdout : stderr);
   return help ? 0 : 2;

@@ -1,4 +1,4 @@
-// One camera under supervision: its rings, its worker process and when to start that again.
+// One camera under supervision: its rings, its worker and its recording process, and when to start these again.
 #include "recorder/supervised_camera.h"
 
 #include <algorithm>
@@ -21,11 +21,14 @@ bool SameRing(const RingId& a, const RingId& b) {
 
 SupervisedCamera::SupervisedCamera(CameraRecord camera) : m_Wanted(camera), m_Camera(std::move(camera)) { Apply(); }
 
-void SupervisedCamera::SetWanted(std::optional<CameraRecord> camera) {
+void SupervisedCamera::SetWanted(std::optional<CameraRecord> camera, bool asked) {
   const bool same = camera && SameSetup(m_Camera, *camera);
   m_Wanted = std::move(camera);
+  m_Asked = asked;
+  if (!same) m_Recording.Stop();
   if (same) {
     m_Camera.name = m_Wanted->name;
+    m_Camera.recordSeconds = m_Wanted->recordSeconds;
   } else if (m_Worker.IsRunning()) {
     m_Worker.Stop();
   } else {
@@ -88,6 +91,14 @@ void SupervisedCamera::Retry(long long ranMs, const std::string& trouble) {
   m_LastTrouble = trouble;
 }
 
+void SupervisedCamera::Ended(pid_t pid, int status) {
+  if (pid == m_Worker.Pid()) {
+    WorkerEnded(status);
+  } else {
+    RecordingEnded(status);
+  }
+}
+
 void SupervisedCamera::WorkerEnded(int status) {
   const bool asked = m_Worker.IsStopping();
   const long long ranMs = m_Worker.Ended();
@@ -103,15 +114,45 @@ void SupervisedCamera::WorkerEnded(int status) {
   Retry(ranMs, DescribeEnd(status));
 }
 
+// One that has recorded everything ends with 0, and is started when there is something again.
+void SupervisedCamera::RecordingEnded(int status) {
+  const bool asked = m_Recording.IsStopping();
+  const long long ranMs = m_Recording.Ended();
+  m_Crashed = !asked && status != 0;
+  if (asked) return;
+  if (!m_Crashed) m_RecordingBackoff.Reset();
+  m_RecordAtUs = MonotonicUs() + m_RecordingBackoff.NextDelayMs(ranMs) * 1000LL;
+  if (!m_Crashed) return;
+  LogError("camera %d \"%s\": its recording is started again: %s", m_Camera.id, m_Camera.name.c_str(),
+           DescribeEnd(status).c_str());
+}
+
+bool SupervisedCamera::ShouldRecord() const {
+  if (!m_Wanted || !SameSetup(m_Camera, *m_Wanted) || m_Rings.empty()) return false;
+  return m_Asked || m_Crashed || (m_Camera.recordSeconds > 0 && ShouldRun());
+}
+
+void SupervisedCamera::KeepRecording(std::int64_t nowUs) {
+  m_Recording.Expire(nowUs);
+  if (m_Recording.IsRunning() || nowUs < m_RecordAtUs || !ShouldRecord()) return;
+  m_Crashed = false;
+  m_RecordAtUs = 0;
+  if (!m_Recording.Start(m_Camera.id)) m_RecordAtUs = nowUs + m_RecordingBackoff.NextDelayMs(0) * 1000LL;
+}
+
 void SupervisedCamera::Tick(std::int64_t nowUs) {
+  KeepRecording(nowUs);
   m_Worker.Expire(nowUs);
   if (m_StartAtUs != 0 && nowUs >= m_StartAtUs && !m_Worker.IsRunning()) Start();
 }
 
 std::int64_t SupervisedCamera::NextTickUs() const {
-  const std::int64_t expiry = m_Worker.ExpiryUs();
-  if (expiry == 0 || m_StartAtUs == 0) return std::max(expiry, m_StartAtUs);
-  return std::min(expiry, m_StartAtUs);
+  const std::int64_t recordAtUs = ShouldRecord() && !m_Recording.IsRunning() ? m_RecordAtUs : 0;
+  std::int64_t next = 0;
+  for (const std::int64_t due : {m_Worker.ExpiryUs(), m_StartAtUs, m_Recording.ExpiryUs(), recordAtUs}) {
+    if (due != 0 && (next == 0 || due < next)) next = due;
+  }
+  return next;
 }
 
 }  // namespace oculora

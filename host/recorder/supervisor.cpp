@@ -1,4 +1,4 @@
-// Keeps a worker process and rings for every local camera, as the records have them.
+// Keeps rings, a worker and a recording process for every local camera, as the records have them, and the housekeeping.
 #include "recorder/supervisor.h"
 
 #include <poll.h>
@@ -8,9 +8,12 @@
 
 #include <algorithm>
 #include <csignal>
+#include <set>
 
 #include "recorder/clock.h"
 #include "recorder/recorder_log.h"
+#include "recorder/recording/recovery.h"
+#include "records/events.h"
 
 namespace oculora {
 namespace {
@@ -54,6 +57,7 @@ void Supervisor::Run(int signals) {
 void Supervisor::PollRecords() {
   if (!ReopenWhenNeeded()) return;
   const std::int64_t version = m_Records->DataVersion();
+  if (!m_Recovered) RecoverRecordings();
   if (version != m_Version && !m_Records->IsUnreadable()) SyncCameras();
   if (m_Records->IsUnreadable()) {
     if (!m_RecordsTrouble) LogError("cameras stay as they are: %s", m_Records->LastError().c_str());
@@ -79,25 +83,51 @@ bool Supervisor::ReopenWhenNeeded() {
   return false;
 }
 
+// Before any recording process runs. Those of a recorder that was killed just now may still be ending; they look after
+// what they had, and a process that begins looks as well.
+void Supervisor::RecoverRecordings() {
+  m_Recovered = true;
+  oculora::RecoverRecordings(*m_Records, 0, [](const std::string& sentence) { LogInfo("%s", sentence.c_str()); });
+  EventTable events(*m_Records);
+  for (const CameraRecording& camera : events.ListCameraStates()) {
+    events.SetCameraState(camera.camId, RecordingState::kOff, "", WallClockUs() / 1000000);
+  }
+}
+
 void Supervisor::SyncCameras() {
   std::map<int, CameraRecord> wanted;
   for (CameraRecord& camera : m_Records->ListCameras()) {
     if (camera.ownerNdId == 0) wanted.emplace(camera.id, std::move(camera));
   }
+  std::set<int> asked;
+  for (const EventRecord& event : EventTable(*m_Records).ListUnfinished(0)) {
+    if (event.state == EventState::kRequested) asked.insert(event.camId);
+  }
   if (m_Records->IsUnreadable()) return;  // a list cut short must not look like removed cameras
   for (auto& [id, camera] : m_Cameras) {
     const auto found = wanted.find(id);
-    camera.SetWanted(found == wanted.end() ? std::nullopt : std::optional(found->second));
+    camera.SetWanted(found == wanted.end() ? std::nullopt : std::optional(found->second), asked.contains(id));
   }
-  for (auto& [id, record] : wanted) m_Cameras.try_emplace(id, std::move(record));
+  for (auto& [id, record] : wanted) {
+    const CameraRecord copy = record;
+    if (const auto [at, added] = m_Cameras.try_emplace(id, std::move(record)); added) {
+      at->second.SetWanted(copy, asked.contains(id));
+    }
+  }
 }
 
 void Supervisor::Reap() {
   int status = 0;
   for (pid_t pid = waitpid(-1, &status, WNOHANG); pid > 0; pid = waitpid(-1, &status, WNOHANG)) {
-    const auto ended = std::find_if(m_Cameras.begin(), m_Cameras.end(),
-                                    [pid](const auto& entry) { return entry.second.Pid() == pid; });
-    if (ended != m_Cameras.end()) ended->second.WorkerEnded(status);
+    if (pid == m_Housekeeping.Pid()) {
+      const bool asked = m_Housekeeping.IsStopping();
+      m_HousekeepAtUs = MonotonicUs() + m_HousekeepingBackoff.NextDelayMs(m_Housekeeping.Ended()) * 1000LL;
+      if (status != 0 && !asked) LogError("the housekeeping is started again: %s", DescribeEnd(status).c_str());
+      continue;
+    }
+    const auto ended =
+        std::find_if(m_Cameras.begin(), m_Cameras.end(), [pid](const auto& entry) { return entry.second.Runs(pid); });
+    if (ended != m_Cameras.end()) ended->second.Ended(pid, status);
   }
 }
 
@@ -105,6 +135,9 @@ void Supervisor::Tick() {
   const std::int64_t nowUs = MonotonicUs();
   for (auto& [id, camera] : m_Cameras) camera.Tick(nowUs);
   std::erase_if(m_Cameras, [](const auto& entry) { return entry.second.IsGone(); });
+  m_Housekeeping.Expire(nowUs);
+  if (m_Housekeeping.IsRunning() || m_Stopping || !m_Recovered || nowUs < m_HousekeepAtUs) return;
+  if (!m_Housekeeping.Start(0)) m_HousekeepAtUs = nowUs + m_HousekeepingBackoff.NextDelayMs(0) * 1000LL;
 }
 
 // Milliseconds until `untilUs` or until a camera needs attention, whichever comes first.
@@ -113,12 +146,15 @@ int Supervisor::WaitMs(std::int64_t untilUs) const {
     const std::int64_t next = camera.NextTickUs();
     if (next != 0) untilUs = std::min(untilUs, next);
   }
+  if (m_Housekeeping.ExpiryUs() != 0) untilUs = std::min(untilUs, m_Housekeeping.ExpiryUs());
   return static_cast<int>(std::clamp<std::int64_t>((untilUs - MonotonicUs() + 999) / 1000, 0, kPollUs / 1000));
 }
 
 void Supervisor::StopAll(int signals) {
-  for (auto& [id, camera] : m_Cameras) camera.SetWanted(std::nullopt);
-  for (Tick(); !m_Cameras.empty(); Tick()) {
+  m_Stopping = true;
+  m_Housekeeping.Stop();
+  for (auto& [id, camera] : m_Cameras) camera.SetWanted(std::nullopt, false);
+  for (Tick(); !m_Cameras.empty() || m_Housekeeping.IsRunning(); Tick()) {
     WaitForStop(signals, WaitMs(MonotonicUs() + kPollUs));
     Reap();
   }

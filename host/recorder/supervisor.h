@@ -1,4 +1,4 @@
-// Keeps a worker process and rings for every local camera, as the records have them.
+// Keeps rings, a worker and a recording process for every local camera, as the records have them, and the housekeeping.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,6 +25,7 @@ class Supervisor {
  private:
   void PollRecords();
   bool ReopenWhenNeeded();
+  void RecoverRecordings();
   void SyncCameras();
   void Reap();
   void Tick();
@@ -35,7 +36,12 @@ class Supervisor {
   std::int64_t m_Version = -1;
   ino_t m_File = 0;  // the records' inode when they were opened; another one: restored from a copy
   bool m_RecordsTrouble = false;
+  bool m_Recovered = false;
   std::map<int, SupervisedCamera> m_Cameras;  // by id
+  WorkerProcess m_Housekeeping{"--housekeep"};
+  Backoff m_HousekeepingBackoff{1000, 60000, 30000};
+  std::int64_t m_HousekeepAtUs = 0;  // not before
+  bool m_Stopping = false;
 };
 
 }  // namespace oculora

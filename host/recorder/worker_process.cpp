@@ -1,4 +1,4 @@
-// The supervisor's handle of one worker process.
+// The supervisor's handle of one process that it runs: a camera's worker, its recording, the housekeeping.
 #include "recorder/worker_process.h"
 
 #include <sys/prctl.h>
@@ -14,16 +14,14 @@
 namespace oculora {
 namespace {
 
-constexpr std::int64_t kGraceUs = 3000000;
-
 // In the child, between fork and exec: nothing here may allocate or lock.
-[[noreturn]] void BecomeWorker(pid_t parent, const char* camId) {
+[[noreturn]] void BecomeWorker(pid_t parent, const char* role, const char* camId) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(1);  // it died before the line above
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execl("/proc/self/exe", "oculora-recorder", "--worker", camId, static_cast<char*>(nullptr));
+  execl("/proc/self/exe", "oculora-recorder", role, camId, static_cast<char*>(nullptr));
   _exit(127);
 }
 
@@ -34,7 +32,7 @@ bool WorkerProcess::Start(int camId) {
   const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid < 0) return false;
-  if (pid == 0) BecomeWorker(parent, id.c_str());
+  if (pid == 0) BecomeWorker(parent, m_Role, camId != 0 ? id.c_str() : nullptr);
   m_Pid = pid;
   m_StartedUs = MonotonicUs();
   m_KillAtUs = 0;
@@ -44,13 +42,13 @@ bool WorkerProcess::Start(int camId) {
 void WorkerProcess::Stop() {
   if (!IsRunning() || IsStopping()) return;
   kill(m_Pid, SIGTERM);
-  m_KillAtUs = MonotonicUs() + kGraceUs;
+  m_KillAtUs = MonotonicUs() + m_GraceMs * 1000LL;
 }
 
 void WorkerProcess::Expire(std::int64_t nowUs) {
   if (!IsRunning() || !IsStopping() || nowUs < m_KillAtUs) return;
   kill(m_Pid, SIGKILL);
-  m_KillAtUs = nowUs + kGraceUs;
+  m_KillAtUs = nowUs + m_GraceMs * 1000LL;
 }
 
 long long WorkerProcess::Ended() {

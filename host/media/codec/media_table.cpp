@@ -5,6 +5,7 @@
 
 #include "media/codec/codec.h"
 #include "media/codec/ffmpeg.h"
+#include "media/extractor/frame_reader.h"
 
 namespace oculora {
 namespace {
@@ -26,9 +27,15 @@ void KeepFreedMemory() {
 }  // namespace oculora
 
 extern "C" __attribute__((visibility("default"))) const oculora::MediaTable* OculoraMediaTable() {
-  static const oculora::MediaTable table = {
-      oculora::kMediaTableVersion, oculora::OpenDecoder, oculora::Decode, oculora::Scale, oculora::Release,
-      oculora::EncodeJpeg};
+  static const oculora::MediaTable table = {oculora::kMediaTableVersion,
+                                            oculora::OpenDecoder,
+                                            oculora::Decode,
+                                            oculora::Scale,
+                                            oculora::Release,
+                                            oculora::EncodeJpeg,
+                                            oculora::OpenRecording,
+                                            oculora::ReadRecordedFrame,
+                                            oculora::CloseRecording};
   oculora::KeepFreedMemory();
   oculora::QuietFfmpeg();
   return &table;

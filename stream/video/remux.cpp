@@ -54,7 +54,7 @@ int VideoStreamingHandler::SetupFfmpegRemux(bool relayed) {
   m_ShmAddr = LiveStreamFifoAt(m_CamId, m_StreamNo);
   if (m_ShmAddr == nullptr) {
     QM_LOG(LOG_LEVEL_ERROR, "Cam[%d]: Failed to attach live stream buf.\n", m_CamId);
-    m_pResponse->SetError(kErrNoStreamBuffer, Json::Value());
+    m_pResponse->SetError(kErrNoMedia, Json::Value());
     return -1;
   }
   const int camId = relayed ? m_pRequest->GetParam("CamIdOnHost", 0).asInt() : m_CamId;

@@ -1,7 +1,9 @@
 // The list of cameras as a viewer may see it.
+#include <map>
+
 #include "account/account.h"
 #include "records/camera_names.h"
-#include "records/records.h"
+#include "records/event_names.h"
 #include "shm/ring_writer.h"
 #include "velm/admission.h"
 #include "velm/camera.h"
@@ -26,6 +28,25 @@ Condition ConditionOf(const CameraRecord& camera, bool recorderRuns) {
   RingStatus status;
   if (!ReadRingStatus(LiveRing(camera), status)) return {"connecting", "being started"};
   return {StateName(status.state), status.state == SourceState::kFailed ? status.reason : std::string()};
+}
+
+using RecordingStates = std::map<int, CameraRecording>;  // by camera
+
+RecordingStates LoadRecordingStates(Database& records) {
+  RecordingStates states;
+  for (CameraRecording& state : EventTable(records).ListCameraStates()) states.emplace(state.camId, std::move(state));
+  return states;
+}
+
+// What was noted last counts only while somebody records.
+Json::Value DescribeRecording(const CameraRecord& camera, const RecordingStates& states, bool recorderRuns) {
+  const auto noted = states.find(camera.id);
+  const bool known = recorderRuns && noted != states.end();
+  Json::Value item;
+  item["mode"] = camera.recordSeconds > 0 ? "continuous" : "off";
+  item["state"] = StateName(known ? noted->second.state : RecordingState::kOff);
+  item["reason"] = known ? noted->second.reason : "";
+  return item;
 }
 
 // Never the source: it may hold the camera's password.
@@ -60,8 +81,12 @@ void ListCameras(VELM::APIRequest* request, VELM::APIResponse* response) {
   Database* database = RequestDatabase();
   if (database != nullptr && MayWatch(*request)) {
     const bool recorderRuns = IsQmRunning();
+    const RecordingStates recordings = LoadRecordingStates(*database);
     for (const CameraRecord& camera : database->ListCameras()) {
-      if (!camera.deleting) data["cameras"].append(Describe(camera, recorderRuns));
+      if (camera.deleting) continue;
+      Json::Value item = Describe(camera, recorderRuns);
+      item["recording"] = DescribeRecording(camera, recordings, recorderRuns);
+      data["cameras"].append(std::move(item));
     }
   }
   response->SetSuccess(data);

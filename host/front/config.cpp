@@ -87,6 +87,7 @@ std::string PluginsConfig(const std::string& libDir) {
   text += "VELM.Oculora.Stream   " + libDir + "/VELM.Oculora.Stream.so\n";
   text += "VELM.Oculora.Account  " + libDir + "/oculora-account.so\n";
   text += "VELM.Oculora.Camera   " + libDir + "/oculora-account.so\n";
+  text += "VELM.Oculora.Event    " + libDir + "/oculora-events.so\n";
   return text;
 }
 

@@ -21,6 +21,7 @@ ProgramPaths FindPrograms() {
   paths.recorder = bin / "oculora-recorder";
   paths.module = root / "lib/VELM.Oculora.Stream.so";
   paths.account = root / "lib/oculora-account.so";
+  paths.events = root / "lib/oculora-events.so";
   paths.segmenter = root / "lib/oculora-segmenter.so";
   return paths;
 }

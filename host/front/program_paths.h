@@ -13,6 +13,7 @@ struct ProgramPaths {
   std::string recorder;
   std::string module;     // the streaming plug-in
   std::string account;    // the host's own plug-in
+  std::string events;     // the plug-in of recordings
   std::string segmenter;  // the module loads it for HLS
 };
 

@@ -14,6 +14,7 @@
 #include "front/program_paths.h"
 #include "front/remux_leftovers.h"
 #include "front/write_file.h"
+#include "media/progress_table.h"
 #include "recorder/camera_rings.h"
 #include "records/records.h"
 #include "shm/ring_writer.h"
@@ -59,6 +60,7 @@ std::string Missing(const ProgramPaths& programs, const std::string& lighttpd) {
 
 // Rings live as long as the recorder; this is for one that could not clean up itself.
 void RemoveRings() {
+  RemoveProgressTable();
   std::string ignored;
   auto records = Database::Open(Database::Mode::kReadOnly, &ignored);
   if (!records) return;

@@ -1,14 +1,13 @@
 // oculora camera: the cameras of a site.
 #include <json/json.h>
 
-#include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
+#include "admin/camera_removal.h"
 #include "admin/camera_source.h"
 #include "admin/command.h"
-#include "admin/key_file.h"
 #include "records/camera_names.h"
 
 namespace oculora {
@@ -21,12 +20,15 @@ struct CameraOptions {
   ProfileRecord profile;
   std::string type;
   std::string source;
+  std::string length;  // of recorded files, or "off"
   int id = 0;
   bool json = false;
+  bool withRecordings = false;
 };
 
 // The checks that go beyond single options; an empty text when all is well.
 std::string CheckServer(Database& records, const CameraRecord& camera) {
+  if (camera.ownerNdId != 0 && camera.recordSeconds != 0) return "--record is for the camera's own server";
   if (camera.ownerNdId == 0) return camera.idOnRec == 0 ? "" : "--remote-id needs --server";
   if (camera.idOnRec == 0) return "--server needs --remote-id, the camera's id on that server";
   for (const ServerRecord& server : records.ListServers()) {
@@ -73,6 +75,8 @@ void PrintAsJson(const std::vector<CameraRecord>& cameras) {
     entry["remoteId"] = camera.idOnRec;
     entry["enabled"] = camera.enabled;
     entry["stayOn"] = camera.stayOn;
+    entry["recordSeconds"] = camera.recordSeconds;
+    entry["deleting"] = camera.deleting;
     entry["fps"] = camera.profiles.empty() ? 0 : camera.profiles.front().fps;
     entry["measuredFps"] = camera.MobileProfile().measuredFps;
     list.append(entry);
@@ -92,21 +96,31 @@ int ListCameras(const CameraOptions& options) {
   if (cameras.empty()) printf("No cameras yet; add one with \"oculora camera add\".\n");
   for (const CameraRecord& camera : cameras) {
     printf("%6d  %-8s  %-8s  %-24s  %s\n", camera.id, VideoTypeName(camera.videoType),
-           camera.enabled ? "enabled" : "disabled", camera.name.c_str(), HidePassword(camera.source).c_str());
+           camera.deleting  ? "removing"
+           : camera.enabled ? "enabled"
+                            : "disabled",
+           camera.name.c_str(), HidePassword(camera.source).c_str());
   }
   return 0;
 }
 
-int RemoveCamera(const CameraOptions& options) {
+// "60" or "off"; nothing for anything else.
+std::optional<int> ParseLength(const std::string& text) {
+  if (text == "off") return 0;
+  int seconds = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  const bool whole = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
+  return whole && seconds > 0 ? std::optional(seconds) : std::nullopt;
+}
+
+int SetRecording(const CameraOptions& options) {
+  const auto seconds = ParseLength(options.length);
+  if (!seconds) return Fail("give the length of a file in seconds, or off");
   auto records = OpenRecords(Database::Mode::kReadWrite);
-  if (!records) return 1;
-  const auto camera = LoadCameraOrTell(*records, options.id);
+  const auto camera = records ? LoadCameraOrTell(*records, options.id) : std::nullopt;
   if (!camera) return 1;
-  // Keys first: should the second step fail, a camera without keys is the harmless half.
-  if (!RemoveStreamKeys(camera->ownerNdId, camera->id)) {
-    return Fail(std::string("its stream keys in ") + kStreamKeyDir + " cannot be removed: " + std::strerror(errno));
-  }
-  return records->RemoveCamera(camera->id) ? 0 : Fail(records->LastError());
+  if (camera->ownerNdId != 0) return Fail("camera " + std::to_string(camera->id) + " is recorded by its own server");
+  return records->SetCameraRecording(options.id, *seconds) ? 0 : Fail(records->LastError());
 }
 
 int SetEnabled(const CameraOptions& options, bool enabled) {
@@ -129,6 +143,8 @@ void AddAdd(CLI::App& group, Action& action, const Options& options) {
   add->add_option("--height", options->profile.height, "Picture height")->check(CLI::Range(1, 16384));
   add->add_option("--id", options->id, "Id to use instead of the next free one")->check(CLI::Range(1, kMaxCameraId));
   add->add_flag("--stay-on", options->camera.stayOn, "Run even when nobody watches");
+  add->add_option("--record", options->camera.recordSeconds, "Record all the time, in files of so many seconds")
+      ->check(CLI::Range(kMinRecordSeconds, kMaxRecordSeconds));
   add->add_option("--server", options->camera.ownerNdId, "Recording server that owns it")->check(CLI::PositiveNumber);
   add->add_option("--remote-id", options->camera.idOnRec, "Its id there")->check(CLI::Range(1, kMaxCameraId));
   add->callback([=, &action] {
@@ -137,24 +153,30 @@ void AddAdd(CLI::App& group, Action& action, const Options& options) {
   });
 }
 
-void AddById(CLI::App& group, const Options& options, const char* name, const char* help,
-             const std::function<void()>& chosen) {
+CLI::App* AddById(CLI::App& group, const Options& options, const char* name, const char* help,
+                  const std::function<void()>& chosen) {
   CLI::App* command = group.add_subcommand(name, help);
   command->add_option("ID", options->id, "Camera id")->required();
   command->callback(chosen);
+  return command;
 }
 
 }  // namespace
 
 void AddCameraCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<CameraOptions>();
-  CLI::App* group = app.add_subcommand("camera", "Add, list, remove, enable and disable cameras");
+  CLI::App* group = app.add_subcommand("camera", "Add, list, record, remove, enable and disable cameras");
   AddAdd(*group, action, options);
   CLI::App* list = group->add_subcommand("list", "List the cameras");
   list->add_flag("--json", options->json, "As JSON");
   list->callback([=, &action] { action = [=] { return ListCameras(*options); }; });
-  AddById(*group, options, "remove", "Remove a camera and its stream keys",
-          [=, &action] { action = [=] { return RemoveCamera(*options); }; });
+  AddById(*group, options, "record", "Record a camera all the time, or no longer",
+          [=, &action] { action = [=] { return SetRecording(*options); }; })
+      ->add_option("SECONDS", options->length, "Length of a file, or off")
+      ->required();
+  AddById(*group, options, "remove", "Remove a camera and its stream keys", [=, &action] {
+    action = [=] { return RemoveCamera(options->id, options->withRecordings); };
+  })->add_flag("--with-recordings", options->withRecordings, "And everything recorded of it");
   AddById(*group, options, "enable", "Switch a camera on",
           [=, &action] { action = [=] { return SetEnabled(*options, true); }; });
   AddById(*group, options, "disable", "Switch a camera off",

@@ -20,6 +20,10 @@ void AddCameraCommands(CLI::App& app, Action& action);
 void AddUserCommands(CLI::App& app, Action& action);  // user, login
 void AddKeyCommands(CLI::App& app, Action& action);
 void AddServerCommands(CLI::App& app, Action& action);
+void AddEventCommands(CLI::App& app, Action& action);
+void AddRetentionCommands(CLI::App& app, Action& action);
+void AddStorageCommands(CLI::App& app, Action& action);  // mount, archive
+void AddTaskCommands(CLI::App& app, Action& action);
 void AddLogCommands(CLI::App& app, Action& action);
 
 // Writes "oculora: SENTENCE" to standard error; returns 1.

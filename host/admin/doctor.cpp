@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "admin/doctor_machine.h"
+#include "admin/doctor_recordings.h"
 #include "admin/doctor_site.h"
 
 namespace oculora {
@@ -43,6 +44,7 @@ int RunDoctor(int port) {
   if (cameras) {
     CheckSharedMemory(findings, *cameras);
     CheckCameras(findings, *cameras);
+    CheckRecordings(findings, *cameras);
   }
   CheckDisk(findings);
   CheckClock(findings);

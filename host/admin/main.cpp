@@ -17,6 +17,10 @@ int Run(int argc, char** argv) {
   oculora::AddUserCommands(app, action);
   oculora::AddKeyCommands(app, action);
   oculora::AddServerCommands(app, action);
+  oculora::AddEventCommands(app, action);
+  oculora::AddRetentionCommands(app, action);
+  oculora::AddStorageCommands(app, action);
+  oculora::AddTaskCommands(app, action);
   oculora::AddLogCommands(app, action);
   try {
     app.parse(argc, argv);

@@ -6,6 +6,7 @@
 
 #include "admin/command.h"
 #include "admin/doctor.h"
+#include "admin/doctor_recordings.h"
 #include "admin/status.h"
 #include "front/serve.h"
 #include "velm/file.h"
@@ -48,7 +49,9 @@ void AddSiteCommands(CLI::App& app, Action& action) {
   const auto port = std::make_shared<int>(8080);
   CLI::App* doctor = app.add_subcommand("doctor", "Examine the site and say what to do");
   doctor->add_option("--port", *port, "Port it shall be served on")->check(CLI::Range(1, 65535))->capture_default_str();
-  doctor->callback([=, &action] { action = [=] { return RunDoctor(*port); }; });
+  const auto repair = std::make_shared<bool>(false);
+  doctor->add_flag("--repair", *repair, "Bring rows and files of recordings together; the recorder must not run");
+  doctor->callback([=, &action] { action = [=] { return *repair ? RepairRecordings() : RunDoctor(*port); }; });
 }
 
 }  // namespace oculora

@@ -9,6 +9,7 @@
 #include "admin/camera_source.h"
 #include "admin/camera_state.h"
 #include "admin/command.h"
+#include "admin/recording_summary.h"
 #include "front/listener.h"
 #include "front/serve.h"
 #include "recorder/clock.h"
@@ -75,14 +76,19 @@ Json::Value CameraAsJson(const CameraState& camera) {
   return entry;
 }
 
-void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras) {
+void PrintJson(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras) {
   Json::Value root;
   root["recorder"]["running"] = programs.recorder;
   root["front"]["running"] = programs.front;
   root["front"]["address"] = programs.address;
   root["front"]["port"] = programs.port;
   root["cameras"] = Json::Value(Json::arrayValue);
-  for (const CameraState& camera : cameras) root["cameras"].append(CameraAsJson(camera));
+  root["recordings"] = SummaryAsJson(recordings);
+  for (const CameraState& camera : cameras) {
+    Json::Value entry = CameraAsJson(camera);
+    entry["recording"] = CameraRecordingAsJson(recordings, camera.camera, programs.recorder);
+    root["cameras"].append(std::move(entry));
+  }
   Json::StreamWriterBuilder writer;
   writer["precision"] = 6;
   writer["emitUTF8"] = true;
@@ -92,15 +98,25 @@ void PrintJson(const Programs& programs, const std::vector<CameraState>& cameras
 // "h264", and the rate that is known beforehand.
 std::string KindOf(const CameraRecord& camera) {
   const ProfileRecord live = camera.MobileProfile();
-  const std::string kind = VideoTypeName(camera.videoType);
+  std::string kind = VideoTypeName(camera.videoType);
   if (live.KnownFps() == 0) return kind;
   return kind + ", " + std::to_string(live.KnownFps()) + " frames/s" + (live.fps > 0 ? "" : " measured");
 }
 
-void PrintTable(const Programs& programs, const std::vector<CameraState>& cameras) {
+void PrintStream(const StreamState& stream) {
+  const RingStatus& status = stream.status;
+  printf("  %s %d: %d reading, %.1f frames/s, %llu frames, %llu dropped",
+         stream.id.kind == RingKind::kAudio ? "sound" : "stream", stream.id.streamNo, status.readers, stream.fps,
+         static_cast<unsigned long long>(status.framesWritten), static_cast<unsigned long long>(status.framesDropped));
+  if (status.lastFrameUs != 0) printf(", the last %.1f s ago", FrameAge(status));
+  printf("\n");
+}
+
+void PrintTable(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras) {
   printf("recorder    %s\n", programs.recorder ? "running" : "not running");
   const std::string where = programs.address.empty() ? "" : DescribeAddresses(programs.address, programs.port);
   printf("web server  %s%s%s\n", programs.front ? "running" : "not running", where.empty() ? "" : ", ", where.c_str());
+  printf("recordings  %s\n", SummaryAsText(recordings).c_str());
   if (cameras.empty()) printf("no cameras\n");
   for (const CameraState& camera : cameras) {
     printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),
@@ -110,15 +126,10 @@ void PrintTable(const Programs& programs, const std::vector<CameraState>& camera
       printf("  HLS: %d watching, process %d, the last slice fetched %ld s ago\n", camera.remux->viewers,
              camera.remux->pid, camera.remux->untouchedSeconds);
     }
+    const std::string recording = CameraRecordingAsText(recordings, camera.camera, programs.recorder);
+    if (!recording.empty()) printf("  %s\n", recording.c_str());
     for (const StreamState& stream : camera.streams) {
-      if (!stream.exists) continue;
-      const RingStatus& status = stream.status;
-      printf("  %s %d: %d reading, %.1f frames/s, %llu frames, %llu dropped",
-             stream.id.kind == RingKind::kAudio ? "sound" : "stream", stream.id.streamNo, status.readers, stream.fps,
-             static_cast<unsigned long long>(status.framesWritten),
-             static_cast<unsigned long long>(status.framesDropped));
-      if (status.lastFrameUs != 0) printf(", the last %.1f s ago", FrameAge(status));
-      printf("\n");
+      if (stream.exists) PrintStream(stream);
     }
   }
 }
@@ -129,13 +140,14 @@ int PrintStatus(bool asJson) {
   auto records = OpenRecords(Database::Mode::kReadOnly);
   if (!records) return 1;
   const auto cameras = records->ListCameras();
+  const RecordingSummary recordings = SummariseRecordings(*records);
   if (records->IsUnreadable()) return Fail(records->LastError());
   const Programs programs = LookAtPrograms();
   const auto states = ObserveCameras(cameras, programs.recorder, kObserveMs);
   if (asJson) {
-    PrintJson(programs, states);
+    PrintJson(programs, recordings, states);
   } else {
-    PrintTable(programs, states);
+    PrintTable(programs, recordings, states);
   }
   return 0;
 }

@@ -30,10 +30,12 @@ const SENTENCES = {
 };
 
 export class ApiError extends Error {
-  constructor(code, sentence = SENTENCES[code] ?? `The recorder answered with error ${code}.`) {
+  // `detail`: the recorder's own words, '' when it gave none.
+  constructor(code, sentence = SENTENCES[code] ?? `The recorder answered with error ${code}.`, detail = '') {
     super(sentence);
     this.name = 'ApiError';
     this.code = code;
+    this.detail = detail;
   }
 }
 
@@ -44,7 +46,8 @@ export function url(api, method, params = {}) {
 // Turns an answer's JSON into its data; throws the ApiError that it carries.
 export function unwrap(answer) {
   if (answer?.success) return answer.data;
-  throw new ApiError(answer?.error?.code ?? 117);
+  const { code = 117, data } = answer?.error ?? {};
+  throw new ApiError(code, undefined, typeof data === 'string' ? data : '');
 }
 
 // A refusal to show a camera, in words. Without the right to watch it is the same code as without a session; that the

@@ -1,7 +1,7 @@
 // What players have in common that paint the parts of a stream in a canvas. What a player is stands in picture.js.
 import { url } from './api.js';
 import { DecodeQueue } from './decode_queue.js';
-import { LiveStream } from './stream.js';
+import { PictureStream } from './stream.js';
 
 // A player says which `format` it asks for, takes its parts with take(part, queue), and paints what the queue decoded
 // with paint(bitmap or null, tag): true when the picture moved.
@@ -35,7 +35,7 @@ export class CanvasPlayer {
       this.#onMove();
     });
     this.#queue = queue;
-    this.#stream = new LiveStream(address, (part) => this.take(part, queue), this.#onEnd);
+    this.#stream = new PictureStream(address, (part) => this.take(part, queue), this.#onEnd);
   }
 
   close() {

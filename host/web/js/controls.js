@@ -1,13 +1,16 @@
-// The buttons on a live picture: sound, and the choice between video and preview. Each is there only when it does something.
+// The buttons on a live picture: record, sound, video or preview. Each is there only when it does something.
 import { wantPreview, wantsPreview } from './choices.js';
 import { fromTemplate, setText } from './dom.js';
 import { hasChoice } from './formats.js';
+import { recordButton } from './recordings/record_button.js';
 import { isWatchable } from './status.js';
 
 export function controlsOf(picture) {
   const element = fromTemplate('controls');
   const [sound, preview] = ['.sound', '.preview'].map((name) => element.querySelector(name));
+  const renderRecord = recordButton(element.querySelector('.record'), picture);
   const render = () => {
+    renderRecord();
     const { camera } = picture;
     for (const of of element.querySelectorAll('.of')) setText(of, ` of ${camera.name}`);
     sound.hidden = !picture.sound?.came;

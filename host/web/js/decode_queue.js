@@ -16,6 +16,10 @@ export class DecodeQueue {
     return this.#waiting.length;
   }
 
+  get idle() {
+    return !this.#busy;
+  }
+
   // `pieces` make up the JPEG.
   push(pieces, tag) {
     this.#waiting.push([pieces, tag]);

@@ -8,6 +8,9 @@ import { abandonAll, closeAll } from './hls_session.js';
 import { ViewInstance } from './instance.js';
 import { LoginView } from './login.js';
 import { hideNotice, showNotice } from './notice.js';
+import { EventView } from './recordings/event_view.js';
+import { forgetList } from './recordings/event_list.js';
+import { ListView } from './recordings/list_view.js';
 import { parseRoute } from './routes.js';
 import * as session from './session.js';
 import { SingleView } from './view.js';
@@ -19,6 +22,7 @@ const list = new CameraList();
 const instance = new ViewInstance();
 let view = null; // what <main> shows
 let user = null; // who is logged in
+let admin = false;
 let watching = false; // whether live pictures run
 let trouble = null; // why the list of cameras cannot be had just now
 
@@ -33,14 +37,29 @@ function titlePage() {
   setText(document.querySelector('title'), `${view.title} – Oculora`);
 }
 
-// Shows the view that the address names. `from`: the camera whose tile gets the focus.
-function route(from) {
+const VIEWS = {
+  grid: ({ page }) => new GridView(page, onStreamEnd),
+  camera: ({ id }) => new SingleView(id, onStreamEnd),
+  recordings: ({ filter }) => new ListView(filter, onRefusal),
+  recording: (to) => new EventView(to, admin, onRefusal),
+};
+const PARENTS = { camera: 'grid', recording: 'recordings' };
+
+// Shows the view that the address names; coming back from one of its parts, that part gets the focus.
+function route(before) {
   const to = parseRoute(location.hash);
-  show(to.name === 'camera' ? new SingleView(to.id, onStreamEnd) : new GridView(to.page, onStreamEnd));
+  const place = PARENTS[to.name] ?? to.name;
+  for (const link of document.querySelectorAll('.places a')) {
+    if ((link.dataset.place === 'recordings') === (place === 'recordings')) link.setAttribute('aria-current', 'page');
+    else link.removeAttribute('aria-current');
+  }
+  if (view?.follow?.(to)) return;
+  if (place !== 'recordings') forgetList();
+  show(VIEWS[to.name](to));
   view.show(watching, instance.id);
   if (list.loaded) updateView();
   setWatching(watching);
-  view.focus(from);
+  view.focus(before && PARENTS[before.name] === to.name ? before.id : undefined);
 }
 
 function updateView() {
@@ -52,6 +71,7 @@ function updateView() {
 
 function enter(who) {
   user = who.user;
+  admin = Boolean(who.admin);
   setText(document.getElementById('user'), user);
   document.getElementById('bar').hidden = false;
   list.loaded = false;
@@ -64,6 +84,7 @@ function leave(note) {
   list.stop();
   watching = false;
   instance.reset();
+  forgetList();
   hideNotice();
   document.getElementById('bar').hidden = true;
   show(new LoginView(note, enter));
@@ -129,6 +150,9 @@ async function onStreamEnd({ error, target }) {
   if (!error && !trouble && well.length > 0 && !well.some((picture) => picture.live)) instance.lostAll();
 }
 
+// Something was refused: whether the session is over shows in the list of cameras.
+const onRefusal = () => list.refresh();
+
 list.addEventListener('change', () => {
   trouble = null;
   updateView();
@@ -166,13 +190,11 @@ addEventListener('pagehide', () => {
 });
 addEventListener('pageshow', (event) => event.persisted && setRunning());
 addEventListener('hashchange', (event) => {
-  if (!user) return;
-  const before = parseRoute(new URL(event.oldURL).hash);
-  route(before.name === 'camera' ? before.id : undefined);
+  if (user) route(parseRoute(new URL(event.oldURL).hash));
 });
 addEventListener('keydown', (event) => {
   if (event.defaultPrevented || event.altKey || event.ctrlKey || event.metaKey || event.shiftKey) return;
-  if (user && view.onKey?.(event.key)) event.preventDefault();
+  if (user && view.onKey?.(event.key, event.target)) event.preventDefault();
 });
 document.getElementById('logout').addEventListener('click', logOut);
 

@@ -1,19 +1,21 @@
-// One live stream of pictures: its parts as they arrive, and how it ended.
+// One stream of pictures, live or recorded: its parts as they arrive, and how it ended.
 //
 // The stream is read with fetch rather than by an <img>: browsers do not tell a page when the pictures of an <img> stop
 // coming, and a still picture that looks live is the one fault a camera page must not have.
 import { ApiError, UNREACHABLE, refusalToWatch, unwrap } from './api.js';
 import { MultipartReader } from './multipart.js';
 
-export class LiveStream {
+export class PictureStream {
   #abort = new AbortController();
+  #explain;
 
-  // onPart(bytes) takes a part. onEnd(error): an ApiError, or null when the stream simply ended. Neither is called after
-  // stop().
-  constructor(url, onPart, onEnd) {
+  // onPart(bytes) takes a part. onEnd(error): why it was refused, or null when the stream simply ended. Neither is called
+  // after stop(). `explain` throws what an answer without pictures means.
+  constructor(url, onPart, onEnd, explain = explainNoView) {
+    this.#explain = explain;
     this.#run(url, onPart).then(
       () => this.#stopped || onEnd(null),
-      (error) => this.#stopped || onEnd(error instanceof ApiError ? error : null),
+      (error) => this.#stopped || onEnd(error),
     );
   }
 
@@ -33,9 +35,10 @@ export class LiveStream {
       throw new ApiError(UNREACHABLE);
     }
     const type = response.headers.get('content-type') ?? '';
-    if (type.includes('json')) refuse(await response.json());
-    if (type.startsWith('text/plain')) throw notYet(await response.text());
-    if (!type.startsWith('multipart/')) return response.body?.cancel();
+    if (!type.startsWith('multipart/')) {
+      await this.#explain(response);
+      return;
+    }
     const parts = new MultipartReader((part) => this.#stopped || onPart(part));
     const reader = response.body.getReader();
     try {
@@ -44,10 +47,19 @@ export class LiveStream {
         if (done) return;
         parts.push(value);
       }
+    } catch {
+      // broken off, or no stream of pictures after all: it has ended
     } finally {
       this.#stopped || reader.cancel().catch(() => {});
     }
   }
+}
+
+async function explainNoView(response) {
+  const type = response.headers.get('content-type') ?? '';
+  if (type.includes('json')) refuse(await response.json().catch(() => null));
+  if (type.startsWith('text/plain')) throw notYet(await response.text());
+  response.body?.cancel();
 }
 
 function refuse(answer) {

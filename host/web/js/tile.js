@@ -2,6 +2,7 @@
 import { controlsOf } from './controls.js';
 import { announce, fromTemplate, setText } from './dom.js';
 import { LivePicture } from './picture.js';
+import { showMark } from './recordings/mark.js';
 import { cameraHash } from './routes.js';
 
 export class Tile {
@@ -48,6 +49,7 @@ export function showState(element, picture) {
   setText(state, picture.facts && tone === 'live' ? `${label} · ${picture.facts}` : label);
   note.hidden = !picture.note || tone !== 'live';
   setText(note, picture.note);
+  showMark(element, picture.camera);
 }
 
 // Says what people who see the page see: problems with their reason, and the return of the picture.

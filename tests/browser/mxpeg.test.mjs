@@ -5,72 +5,35 @@ import { once } from 'node:events';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { after, afterEach, before, beforeEach, test } from 'node:test';
-import { setTimeout as sleep } from 'node:timers/promises';
+import { after, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { Site, accessibilityFaults, difference, launch, logIn, shoot, tileOf, untilLive, waitUntil } from './support.mjs';
+import { Stage, waitUntil } from './support.mjs';
 
-const NAME = 'anna';
-const PASSWORD = 'correct horse battery';
 const TONE = 1000;
 const BUILD = process.env.OCULORA_BUILD ?? fileURLToPath(new URL('../../build', import.meta.url));
 const CAMERA = path.join(BUILD, 'bin', 'mxpeg-camera');
+const SMOOTH = /^Live · 648 × 360 · (9|1[01]) fps$/; // key pictures alone are 0.5 a second
+const PREVIEW = /^Live · 640 × 360 · \S+ fps$/;
+const VIDEO = /^Live · 1280 × 720 .* s behind$/;
 
-let site, url, browser, context, page;
 let source; // the MxPEG camera's process
 let hall, yard, door; // camera ids
-let errors; // what the page's console complained about
 
-before(async () => {
+const stage = new Stage(async (site) => {
   source = spawn(CAMERA, ['--port', '0', '--size', '648x360', '--fps', '10', '--key-every', '20', '--tone', String(TONE)],
     { stdio: ['ignore', 'pipe', 'inherit'] });
   const address = String((await once(source.stdout, 'data'))[0]).match(/http:\S+/)[0];
-  site = new Site();
-  await site.do('user', NAME, PASSWORD);
   hall = await site.do('camera', 'Hall', 'mxpeg', address, { fps: 10 });
   yard = await site.do('camera', 'Yard', 'h264', 'test:1280x720', { fps: 10 });
   door = await site.do('camera', 'Door', 'mpeg4', 'test:1280x720', { fps: 10 });
-  url = await site.do('serve');
-  browser = await launch();
 });
+after(() => source?.kill());
 
-after(async () => {
-  await browser?.close();
-  await site?.close();
-  source?.kill();
-});
-
-beforeEach(async () => {
-  context = await browser.newContext({ viewport: { width: 1280, height: 800 } });
-  page = await context.newPage();
-  errors = [];
-  page.on('console', (message) => message.type() === 'error' && errors.push(message.text()));
-  page.on('pageerror', (error) => errors.push(String(error)));
-});
-
-afterEach(() => context.close());
-
-const stateOf = (name) => tileOf(page, name).locator('.state');
-const shows = (name, pattern) =>
-  waitUntil(async () => pattern.test(await stateOf(name).textContent()), `${name} to be ${pattern}`, 40);
-const buttonOf = (name, label) => tileOf(page, name).getByRole('button', { name: `${label} of ${name}` });
-const SMOOTH = /^Live · 648 × 360 · (9|1[01]) fps$/;
-const PREVIEW = /^Live · 640 × 360 · \S+ fps$/;
-
-async function moves(name) {
-  const picture = page.getByRole('img', { name: `Live picture of ${name}` });
-  const first = await shoot(page, picture);
-  await sleep(2000); // so far apart must the two pictures be
-  const scratch = await context.newPage();
-  await page.bringToFront();
-  const share = await difference(scratch, first, await shoot(page, picture));
-  await scratch.close();
-  assert.ok(share > 0.002, `${name} stands still: ${share}`);
-}
+const buttonOf = (name, label) => stage.tile(name).getByRole('button', { name: `${label} of ${name}` });
 
 // Keeps what the page lets sound in `heard`: its contexts, and the pieces with the times at which they start.
-const listen = () => page.addInitScript(() => {
+const listen = () => stage.page.addInitScript(() => {
   globalThis.heard = { contexts: [], pieces: [] };
   const { start } = AudioBufferSourceNode.prototype;
   AudioBufferSourceNode.prototype.start = function begin(when) {
@@ -85,11 +48,11 @@ const listen = () => page.addInitScript(() => {
     }
   };
 });
-const contexts = () => page.evaluate(() => globalThis.heard.contexts.map(({ state }) => state));
+const contexts = () => stage.page.evaluate(() => globalThis.heard.contexts.map(({ state }) => state));
 
 // Waits for two seconds of sound, which must be the camera's tone without gaps.
 async function sounds() {
-  const pieces = await waitUntil(() => page.evaluate(() => {
+  const pieces = await waitUntil(() => stage.page.evaluate(() => {
     const { pieces: all } = globalThis.heard;
     return all.reduce((sum, { samples }) => sum + samples.length, 0) > 16000 && all;
   }), 'two seconds of sound');
@@ -104,64 +67,59 @@ async function sounds() {
 
 test('an MxPEG camera shows all its pictures, sounds when asked, and comes back when its stream dies', async () => {
   await listen();
-  await logIn(page, url, NAME, PASSWORD);
-  await shows('Hall', SMOOTH); // key pictures alone are 0.5 a second
-  await moves('Hall');
-  assert.equal(await tileOf(page, 'Hall').locator('.note').isVisible(), false);
+  await stage.logIn();
+  await stage.shows('Hall', SMOOTH);
+  await stage.moves('Hall');
+  assert.equal(await stage.tile('Hall').locator('.note').isVisible(), false);
   assert.deepEqual(await contexts(), []);
   await buttonOf('Hall', 'Sound').click();
   await sounds();
   assert.deepEqual(await contexts(), ['running']);
-  assert.deepEqual(await accessibilityFaults(page), []);
+  await stage.isWellMade('MxPEG');
 
-  const victim = (await site.streams()).get(hall);
-  await site.do('kill', victim);
-  await waitUntil(async () => ((await site.streams()).get(hall) ?? victim) !== victim, 'another stream of Hall');
-  await shows('Hall', SMOOTH);
+  await stage.killStream(hall);
+  await stage.shows('Hall', SMOOTH);
   await sounds();
   assert.deepEqual(await contexts(), ['closed', 'running']);
 
   await buttonOf('Hall', 'Sound').click();
-  assert.equal(await buttonOf('Hall', 'Sound').getAttribute('aria-pressed'), 'false');
   await waitUntil(async () => !(await contexts()).includes('running'), 'silence');
   await buttonOf('Hall', 'Sound').click();
-  await tileOf(page, 'Hall').getByRole('link').click();
-  await page.locator('.single-view .state', { hasText: '648 × 360' }).waitFor();
-  await moves('Hall');
+  await stage.tile('Hall').getByRole('link').click();
+  await stage.page.locator('.single-view .state', { hasText: '648 × 360' }).waitFor();
+  await stage.moves('Hall');
   assert.deepEqual(await contexts(), ['closed', 'closed', 'closed']);
-  assert.deepEqual(errors, []);
+  assert.deepEqual(stage.errors, []);
 });
 
 test('cameras without a picture view of their own show previews, H.264 when the user wants it', async () => {
-  await logIn(page, url, NAME, PASSWORD);
-  const note = tileOf(page, 'Yard').getByText('Preview: key frames only.');
-  await shows('Door', PREVIEW);
-  await moves('Door');
-  await tileOf(page, 'Door').getByText('Preview: key frames only.').waitFor();
+  const { page, site } = stage;
+  const note = (name) => stage.tile(name).getByText('Preview: key frames only.');
+  await stage.logIn();
+  await stage.shows('Door', PREVIEW);
+  await stage.moves('Door');
+  await note('Door').waitFor();
   assert.equal(await buttonOf('Door', 'Preview').isVisible(), false);
 
-  await shows('Yard', /^Live · 1280 × 720 .* s behind$/);
-  assert.equal(await note.isVisible(), false);
+  await stage.shows('Yard', VIDEO);
+  assert.equal(await note('Yard').isVisible(), false);
   await buttonOf('Yard', 'Preview').click();
-  await shows('Yard', PREVIEW);
-  await moves('Yard');
-  await note.waitFor();
+  await stage.shows('Yard', PREVIEW);
+  await note('Yard').waitFor();
   await waitUntil(async () => !(await site.remux(yard)), 'the end of the video');
   assert.deepEqual([...(await site.streams()).keys()].sort(), [hall, yard, door].sort());
   await page.reload();
-  await shows('Yard', PREVIEW);
+  await stage.shows('Yard', PREVIEW);
   assert.equal(await site.remux(yard), null);
   assert.equal(await buttonOf('Yard', 'Preview').getAttribute('aria-pressed'), 'true');
-  assert.deepEqual(await accessibilityFaults(page), []);
-  await page.setViewportSize({ width: 360, height: 740 });
-  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), true);
+  await stage.isWellMade('preview');
   await buttonOf('Yard', 'Preview').click();
-  await shows('Yard', /^Live · 1280 × 720 .* s behind$/);
-  assert.deepEqual(errors, []);
+  await stage.shows('Yard', VIDEO);
+  assert.deepEqual(stage.errors, []);
 });
 
 // Shows pictures with the page's own player: how many it painted, what it says, and its canvas as PNG.
-const play = (parts) => page.evaluate(async (texts) => {
+const play = (parts) => stage.page.evaluate(async (texts) => {
   const [{ MxpegPlayer }, { DecodeQueue }] =
     await Promise.all(['mxpeg_player', 'decode_queue'].map((name) => import(`/js/${name}.js`)));
   const player = new MxpegPlayer();
@@ -188,37 +146,32 @@ function split(stream) {
 
 test('pictures come out as FFmpeg decodes them; what cannot be decoded waits for the next key picture', async () => {
   const folder = mkdtempSync(path.join(tmpdir(), 'mxpeg-'));
-  try {
-    const file = path.join(folder, 'film.mxg');
-    execFileSync(CAMERA, ['--file', file, '--seconds', '2', '--fps', '10', '--size', '648x360', '--key-every', '15', '--tone', '440']);
-    const frame = (number) => execFileSync('ffmpeg', ['-v', 'error', '-f', 'mxg', '-i', file, '-vf',
-      `select=eq(n\\,${number}),scale=flags=accurate_rnd+full_chroma_int+bilinear:in_range=full`, '-frames:v', '1',
-      '-f', 'image2pipe', '-c:v', 'png', '-']);
-    await page.goto(url);
-    await page.getByLabel('Password').waitFor();
-    const cut = (parts) => (parts[10] = parts[10].subarray(0, 40)); // within the mask
-    const recolour = (parts) => [0, 15].forEach((key) => (parts[key][parts[key].indexOf('ffc0', 'hex') + 11] = 0x21));
-    for (const [what, count, harm, painted, last, note] of [
-      ['whole', 20, () => {}, 20, 19, /^$/],
-      ['to the last delta picture', 15, () => {}, 15, 14, /^$/],
-      ['a loss', 15, cut, 10, 9, /^$/],
-      ['a loss, and a key picture', 20, cut, 15, 19, /^$/],
-      ['other colours', 20, recolour, 2, null, /^Key pictures only/],
-    ]) {
-      const parts = split(readFileSync(file)).slice(0, count);
-      assert.equal(parts.length, count);
-      harm(parts);
-      const shown = await play(parts);
-      assert.equal(shown.painted, painted, what);
-      assert.match(shown.note, note, what);
-      if (last === null) continue;
-      const png = Buffer.from(shown.png, 'base64');
-      const [off, before] = [await difference(page, png, frame(last)), await difference(page, png, frame(last - 1))];
-      // Decoders mix colours at the edges of blocks, each in its own way.
-      assert.ok(off < 0.015 && off < before / 2, `${what}: ${off} off, ${before} off the picture before`);
-    }
-    assert.deepEqual(errors, []);
-  } finally {
-    rmSync(folder, { recursive: true });
+  after(() => rmSync(folder, { recursive: true }));
+  const file = path.join(folder, 'film.mxg');
+  execFileSync(CAMERA, ['--file', file, '--seconds', '2', '--fps', '10', '--size', '648x360', '--key-every', '15', '--tone', '440']);
+  const frame = (number) => execFileSync('ffmpeg', ['-v', 'error', '-f', 'mxg', '-i', file, '-vf',
+    `select=eq(n\\,${number}),scale=flags=accurate_rnd+full_chroma_int+bilinear:in_range=full`, '-frames:v', '1',
+    '-f', 'image2pipe', '-c:v', 'png', '-']);
+  await stage.page.goto(stage.url);
+  const cut = (parts) => (parts[10] = parts[10].subarray(0, 40)); // within the mask
+  const recolour = (parts) => [0, 15].forEach((key) => (parts[key][parts[key].indexOf('ffc0', 'hex') + 11] = 0x21));
+  for (const [what, count, harm, painted, last, note] of [
+    ['whole', 20, () => {}, 20, 19, /^$/],
+    ['to the last delta picture', 15, () => {}, 15, 14, /^$/],
+    ['a loss', 15, cut, 10, 9, /^$/],
+    ['a loss, and a key picture', 20, cut, 15, 19, /^$/],
+    ['other colours', 20, recolour, 2, null, /^Key pictures only/],
+  ]) {
+    const parts = split(readFileSync(file)).slice(0, count);
+    assert.equal(parts.length, count);
+    harm(parts);
+    const shown = await play(parts);
+    assert.equal(shown.painted, painted, what);
+    assert.match(shown.note, note, what);
+    if (last === null) continue;
+    const png = Buffer.from(shown.png, 'base64');
+    const [off, before] = [await stage.difference(png, frame(last)), await stage.difference(png, frame(last - 1))];
+    // Decoders mix colours at the edges of blocks, each in its own way.
+    assert.ok(off < 0.015 && off < before / 2, `${what}: ${off} off, ${before} off the picture before`);
   }
 });

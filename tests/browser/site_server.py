@@ -1,13 +1,14 @@
 """A private site for the browser tests: makes it, serves it, and obeys lines of JSON on standard input until that ends.
 
     ["user", name, password]  ["camera", name, type, source, {options}]  ["serve"]  ["oculora", arguments...]
-    ["path", path inside the site]  ["streams"]  ["remux", camera]  ["kill", pid]
+    ["path", path inside the site]  ["streams"]  ["remux", camera]  ["kill", pid]  ["lose", event]
 
 Each line is answered by one line: {"ok": result} or {"error": text}.
 """
 
 import json
 import os
+import pathlib
 import re
 import signal
 import sys
@@ -46,7 +47,7 @@ def obey(site, command, *arguments):
         *record, options = arguments
         return site.add_camera(*record, **options)
     if command == "serve":
-        return site.serve()
+        return site.url or site.serve()
     if command == "oculora":
         return site.oculora(*arguments).stdout
     if command == "path":
@@ -59,6 +60,9 @@ def obey(site, command, *arguments):
         if arguments[0] not in site.processes():
             raise ValueError(f"process {arguments[0]} does not run here")
         return os.kill(arguments[0], signal.SIGKILL)
+    if command == "lose":
+        (path,) = pathlib.Path(site.path("/var/packages/Oculora/var/recordings")).glob(f"*/*/*-{arguments[0]}.avi")
+        return path.unlink()
     raise ValueError(f"unknown command {command}")
 
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "capture.h"
+#include "records/events.h"
 #include "records/records.h"
 
 using oculora::CameraRecord;
@@ -75,11 +76,14 @@ TEST_F(RecordsTest, EarlierRecordsAreBroughtUpToDateWithWhatTheyHold) {
   for (const auto mode : {Mode::kCreate, Mode::kReadWrite, Mode::kReadOnly}) {
     std::filesystem::remove(m_Path);
     ASSERT_TRUE(Make().AddCamera(Camera(1, "Door", 3, {{2, 1, 7}})));
-    Sql("ALTER TABLE camera_profiles DROP COLUMN measured_fps; UPDATE version SET version = 1");
+    Sql("ALTER TABLE camera_profiles DROP COLUMN measured_fps; ALTER TABLE cameras DROP COLUMN record_seconds;"
+        "DROP TABLE events; DROP TABLE recording_states; DROP TABLE storages; DROP TABLE IF EXISTS vexa_settings;"
+        "UPDATE version SET version = 1");
     Database database = Open(mode);
     const auto camera = database.LoadCamera(1);
     ASSERT_TRUE(camera) << database.LastError();
     EXPECT_EQ(camera->profiles[0].fps, 7);
+    EXPECT_EQ(oculora::EventTable(database).Totals().events, 0);
     EXPECT_FALSE(database.IsUnreadable());
     EXPECT_EQ(Make().LoadCamera(1)->profiles[0].measuredFps, 0);
   }

@@ -1,0 +1,228 @@
+#!/usr/bin/env python3
+# ctest: timeout=400
+"""Recording: files that follow each other without a lost picture, what ends and what survives a recording."""
+
+import calendar
+import hashlib
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import time
+import unittest
+
+from cameras.mjpeg_server import MjpegCamera
+from oculora_site import BUILD, end, spawn, wait_until
+from recorder_test import RecorderSite
+from recordings import Recordings
+
+MXPEG_CAMERA = os.path.join(BUILD, "bin", "mxpeg-camera")
+
+
+class RecordingTest(unittest.TestCase):
+    def setUp(self):
+        self.site = self.enterContext(RecorderSite())
+        self.recordings = Recordings(self.site)
+
+    def ready(self, camera, count, seconds=30):
+        return wait_until(lambda: len(rows := self.recordings.rows(camera, "ready")) >= count and rows, seconds,
+                          f"{count} recordings of camera {camera}")
+
+    def state(self, camera, state, reason="", seconds=20):
+        wait_until(lambda: (found := self.recordings.state(camera)) and found[0] == state and reason in found[1],
+                   seconds, f"camera {camera} to be {state} {reason}")
+
+    def assert_whole(self, row):
+        """The file is what its row says, plays without a complaint, and has its thumbnail."""
+        file = self.recordings.file(row)
+        self.assertEqual((os.path.getsize(file), oct(os.stat(file).st_mode & 0o777)), (row["bytes"], "0o600"))
+        probed = json.loads(subprocess.run(
+            ["ffprobe", "-v", "error", "-count_frames", "-show_entries", "stream=nb_read_frames:format=duration", "-of",
+             "json", file], check=True, capture_output=True, timeout=60).stdout)
+        self.assertEqual(int(probed["streams"][0]["nb_read_frames"]), row["frames"])
+        self.assertAlmostEqual(float(probed["format"]["duration"]), row["length_us"] / 1e6, delta=0.1)
+        self.recordings.decode(file)
+        started = row["start_us"] // 1000000
+        self.assertEqual(row["path"], time.strftime(f"{row['camera']}/%Y-%m-%d/%H-%M-%S-{row['id']}", time.gmtime(
+            started)) + pathlib.Path(file).suffix)
+        thumbnail = wait_until(lambda: os.path.exists(path := os.path.splitext(file)[0] + ".jpg") and path, 5, "it")
+        width = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=width", "-of", "csv=p=0", thumbnail],
+                               check=True, capture_output=True, timeout=60).stdout
+        self.assertLessEqual(int(width), 320)
+
+    def test_no_picture_is_lost_or_doubled_between_files(self):
+        self.site.start_recorder()
+        cameras = {kind: self.site.add_camera(kind, kind, "test:640x360", fps=fps)
+                   for kind, fps in (("mjpeg", 25), ("h264", 25), ("mxpeg", 10))}
+        for kind, camera in cameras.items():
+            self.recordings.record(camera, 10)
+        seen = dict(zip(cameras, self.site.watch_all(
+            [(camera, 250 if kind == "mxpeg" else 625) for kind, camera in cameras.items()])))
+        for kind, camera in cameras.items():
+            with self.subTest(kind):
+                rows = self.ready(camera, 2)
+                for row in rows:
+                    self.assert_whole(row)
+                    self.assertAlmostEqual(row["length_us"] / 1e6, 10, delta=1.5)
+                frames = [frame for frame in seen[kind][0] if kind != "mxpeg" or frame.key]
+                files = [self.recordings.file(row) for row in rows[:2]]
+                if kind == "h264":
+                    first = next(index for index, frame in enumerate(frames) if frame.key)
+                    stream = b"".join(frame.data for frame in frames[first:])
+                    expected = self.recordings.decode("-", "-f", "h264", input=stream)
+                    recorded = [picture for file in files for picture in self.recordings.decode(file)]
+                else:
+                    expected = [hashlib.md5(frame.data).hexdigest() for frame in frames]
+                    recorded = [packet for file in files for packet in self.recordings.packets(file)]
+                self.assertEqual(len(set(recorded)), len(recorded), "a picture stands twice")
+                both = [picture for picture in recorded if picture in set(expected)]
+                self.assertGreater(len(both), 0.8 * len(recorded))
+                start = expected.index(both[0])
+                self.assertEqual(both, expected[start:start + len(both)])
+                at = recorded.index(both[0])
+                self.assertEqual(recorded[at:at + len(both)], both, "one is missing among those seen")
+        self.assertNotIn("were not recorded", self.site.log())
+
+    def test_on_demand_beside_continuous_and_when_nobody_watches(self):
+        self.site.start_recorder()
+        both = self.site.add_camera("Both", "h264", "test:320x240", fps=20)
+        alone = self.site.add_camera("Alone", "mjpeg", "test:320x240", fps=10)
+        off = self.site.add_camera("Off", "mjpeg", "test:320x240", fps=10)
+        self.site.oculora("camera", "disable", off)
+        self.recordings.record(both, 15)
+        self.state(both, "recording")
+        five, long, lone, refused = (self.recordings.request(camera, seconds)
+                                     for camera, seconds in ((both, 5), (both, 600), (alone, 3), (off, 5)))
+        wait_until(lambda: self.recordings.row(long)["state"] == "recording", 10, "a recording")
+        file = self.recordings.file(self.recordings.row(long))
+        wait_until(lambda: os.path.getsize(file) > 60000, 10, "pictures")
+        self.recordings.decode(file, check=False)  # plays while it is written
+        self.recordings.stop(long)
+        for event, seconds in (five, 5), (lone, 3):
+            row = wait_until(lambda: (row := self.recordings.row(event))["state"] == "ready" and row, 20, "it to end")
+            self.assert_whole(row)
+            self.assertAlmostEqual(row["length_us"] / 1e6, seconds, delta=0.5)
+        wait_until(lambda: self.recordings.row(long)["state"] == "ready", 5, "the stopped one")
+        self.assert_whole(self.recordings.row(long))
+        row = wait_until(lambda: (row := self.recordings.row(refused))["state"] == "failed" and row, 10, "a refusal")
+        self.assertEqual(row["reason"], "the camera is switched off")
+        self.assert_whole(self.ready(both, 3)[0])
+        wait_until(lambda: not self.site.pids(f"--record ({alone}|{off})$"), 10, "processes without work to end")
+        self.assertEqual(self.recordings.state(alone), ("off", ""))
+        self.recordings.record(both, 0)
+        wait_until(lambda: not self.site.pids("--record"), 10, "recording to end")
+        self.assertEqual(self.recordings.rows(both, "recording"), [])
+
+    def test_camera_that_goes_away(self):
+        self.site.start_recorder()
+        camera = spawn([MXPEG_CAMERA, "--port", "0", "--size", "160x120", "--fps", "10", "--key-every", "2"],
+                       stdout=subprocess.PIPE, text=True)
+        self.addCleanup(end, camera)
+        url = camera.stdout.readline().strip()
+        here = self.site.add_camera("Here", "mxpeg", url)
+        never = self.site.add_camera("Never", "mjpeg", f"http://{MjpegCamera().address}/missing")
+        self.recordings.record(here, 600)
+        late = self.recordings.request(never, 5, age=25)
+        self.state(here, "recording")
+        row = wait_until(lambda: self.recordings.rows(here, "recording"), 10, "a row")[0]
+        time.sleep(3)
+        os.kill(camera.pid, signal.SIGKILL)
+        self.state(here, "waiting", "Connection refused")
+        wait_until(lambda: self.recordings.row(row["id"])["state"] == "ready", 15, "the file to be closed")
+        self.assert_whole(self.recordings.row(row["id"]))
+        failed = wait_until(lambda: (row := self.recordings.row(late))["state"] == "failed" and row, 15, "a failure")
+        self.assertEqual(failed["reason"], "The camera has nothing at this address (404)")
+        self.addCleanup(end, spawn([MXPEG_CAMERA, "--port", url.split(":")[-1].strip("/"), "--size", "160x120", "--fps",
+                                    "10"], stdout=subprocess.DEVNULL))
+        self.state(here, "recording", seconds=30)
+
+    def test_full_disk(self):
+        self.site.start_recorder()
+        directory = self.site.path("/var/packages/Oculora/var/recordings")
+        os.makedirs(directory, exist_ok=True)
+        inside = "/var/packages/Oculora/var/recordings"
+        self.site.run(["mount", "-t", "tmpfs", "-o", "size=40m", "none", inside], check=True)
+        camera = self.site.add_camera("Full", "mjpeg", "test:1280x720", fps=20)
+        filler = inside + "/filler"
+        for reserve, fill, reason in ((30, 20, "30 MB are kept free"), (0, 39, "the disk is full")):
+            with self.subTest(reason):
+                self.recordings.set("record_reserve_mb", reserve)
+                self.recordings.record(camera, 30)
+                self.state(camera, "recording")
+                time.sleep(2)
+                self.site.run(["dd", "if=/dev/zero", f"of={filler}", "bs=1M", f"count={fill}"], capture_output=True)
+                self.state(camera, "failed", reason)
+                self.assertEqual(self.site.log().count(" is not recorded: "), 1, self.site.log())
+                request = self.recordings.request(camera, 5)
+                failed = wait_until(lambda: (row := self.recordings.row(request))["state"] == "failed" and row, 5, "it")
+                self.assertIn("the disk is full", failed["reason"])
+                self.assertEqual(len(self.site.watch(camera, 20)[0]), 20, "live view goes on")
+                self.site.run(["rm", filler], check=True)
+                self.state(camera, "recording")
+                self.recordings.record(camera, 0)
+                self.state(camera, "off")
+                for row in self.recordings.rows(camera, "ready"):
+                    self.site.run(["ffmpeg", "-v", "error", "-xerror", "-i", f"{inside}/{row['path']}", "-f", "null",
+                                   "-"], check=True)
+                self.site.run(["find", inside, "-name", "*.avi", "-delete"], check=True)
+                self.site.write("/var/packages/Oculora/var/oculora.log")
+
+    def test_restart_and_repair(self):
+        self.site.start_recorder()
+        camera = self.site.add_camera("A", "mjpeg", "test:320x240", fps=10)
+        self.recordings.record(camera, 600)
+        self.state(camera, "recording")
+        time.sleep(3)
+        process, = wait_until(lambda: self.site.pids("--record"), 5, "the process")
+        os.kill(process, signal.SIGKILL)
+        row, = self.ready(camera, 1)
+        self.assert_whole(row)
+        wait_until(lambda: self.recordings.rows(camera, "recording"), 10, "the next recording")
+        worker = self.site.worker(camera)
+        self.assertEqual(end(self.site.recorder), 0)
+        rows = self.recordings.rows(camera)
+        self.assertEqual(([row["state"] for row in rows], self.recordings.state(camera)), (["ready"] * 2, ("off", "")))
+        self.assertNotEqual(worker, None)
+
+        self.recordings.record(camera, 0)
+        lost, deleted = rows
+        file, day = self.recordings.file(lost), os.path.dirname(self.recordings.file(lost))
+        stray, empty = f"{day}/01-02-03-999.avi", f"{day}/01-02-04-998.avi"
+        os.rename(file, stray)
+        pathlib.Path(empty).touch()
+        pathlib.Path(f"{day}/01-02-05-997.jpg").touch()
+        pathlib.Path(f"{day}/notes.txt").touch()
+        os.truncate(stray, os.path.getsize(stray) - 100)
+        self.recordings.sql("UPDATE events SET state = 4 WHERE id = ?", deleted["id"])
+        self.recordings.sql("INSERT INTO events (camera, cause, state, path, start_us) VALUES (?, 0, 1, ?, 0)", camera,
+                            f"{camera}/1970-01-01/00-00-00-77.avi")
+        self.site.start_recorder()
+        adopted, = wait_until(lambda: len(rows := self.recordings.rows(camera)) == 1 and rows[0]["id"] > deleted["id"]
+                              and rows, 10, "one row")
+        self.assertEqual(sorted(os.listdir(day)), ["01-02-03-999.avi", "notes.txt"])
+        self.assertEqual((adopted["state"], adopted["cause"], adopted["bytes"], adopted["path"]),
+                         ("ready", 0, os.path.getsize(stray), os.path.relpath(stray, os.path.dirname(
+                             os.path.dirname(day)))))
+        self.assertEqual(adopted["start_us"] / 1e6, calendar.timegm(time.strptime(
+            os.path.basename(day) + " 01:02:03", "%Y-%m-%d %H:%M:%S")))
+        self.recordings.decode(stray)
+
+    def test_old_recordings_go(self):
+        camera = self.site.add_camera("A", "mjpeg", "test:320x240", fps=10)
+        days = {name: self.recordings.plant(camera, age_days=age, size=size, kept=kept) for name, age, size, kept in (
+            ("old", 5, 1000, False), ("kept", 5, 400_000_000, True), ("big", 2, 700_000_000, False),
+            ("new", 1, 500_000_000, False))}
+        self.recordings.set("record_keep_days", 4)
+        self.recordings.set("record_keep_gb", 1)
+        self.site.start_recorder()
+        wait_until(lambda: len(self.recordings.rows(camera)) == 2, 10, "old recordings to go")
+        self.assertEqual({row["id"] for row in self.recordings.rows(camera)}, {days["kept"], days["new"]})
+        files = sorted(os.path.relpath(path, self.recordings.directory) for path in self.recordings.files())
+        self.assertEqual(files, sorted(row["path"] for row in self.recordings.rows(camera)), "files, empty directories")
+        self.recordings.sql("UPDATE events SET state = 4 WHERE id = ?", days["kept"])
+        wait_until(lambda: len(self.recordings.files()) == 1, 10, "the removed one to go")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -6,19 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "../support/write_all.h"
+
 namespace {
 
 char gPicture[4194304];
-
-bool WriteAll(const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(STDOUT_FILENO, data, size);
-    if (written <= 0) return false;
-    data += written;
-    size -= static_cast<size_t>(written);
-  }
-  return true;
-}
 
 }  // namespace
 

@@ -11,15 +11,17 @@ CONFIG = "/var/packages/Oculora/etc/lighttpd.conf"
 
 
 class BenchFront:
-    """A second lighttpd beside the site's own, with the same configuration plus /bench/NAME for every yardstick."""
+    """A second lighttpd beside the site's own, with the same configuration plus /bench/NAME for every yardstick and for
+    every file (name: path inside the site)."""
 
-    def __init__(self, site, yardsticks, environment=None):
+    def __init__(self, site, yardsticks, environment=None, files=None):
         self.site = site
         self.port = free_port()
         text = open(site.path(CONFIG)).read()
         text = re.sub(r"server\.port\s*=\s*\d+", f"server.port = {self.port}", text)
         text = re.sub(r"server\.pid-file.*", "", text)
-        aliases = ", ".join(f'"/bench/{name}" => "{os.path.join(BUILD, "bin", name)}"' for name in yardsticks)
+        targets = {name: os.path.join(BUILD, "bin", name) for name in yardsticks} | (files or {})
+        aliases = ", ".join(f'"/bench/{name}" => "{path}"' for name, path in targets.items())
         variables = ", ".join(f'"{name}" => "{value}"' for name, value in (environment or {}).items())
         text += f'\n$HTTP["url"] =~ "^/bench/" {{\n  alias.url = ( {aliases} )\n  cgi.assign = ( ".cgi" => "" )\n'
         text += f"  setenv.add-environment = ( {variables} )\n}}\n"

@@ -5,8 +5,7 @@
 
 PACKAGES_RUN=(lighttpd ffmpeg xz-utils)
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev libcgicc-dev libsodium-dev libcli11-dev
-  libcurl4-openssl-dev
-  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libturbojpeg0-dev)
+  libcurl4-openssl-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libturbojpeg0-dev)
 PACKAGES_TEST=(ccache nginx libgtest-dev libgmock-dev libbenchmark-dev python3 curl iproute2 chromium motion python3-gi
   gir1.2-gst-rtsp-server-1.0 gir1.2-gst-plugins-base-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly)

@@ -11,6 +11,7 @@
 #include "dispatcher/surroundings.h"
 #include "records/records.h"
 #include "webapi/cgi_input.h"
+#include "webapi/current_request.h"
 #include "webapi/log_line.h"
 #include "webapi/request_state.h"
 
@@ -107,6 +108,7 @@ void Dispatch(VELM::APIRequest& request, VELM::APIResponse& response, bool call)
     Refuse(response, kErrInternal, "internal error", std::string(kWorkDir) + ": " + std::strerror(errno));
     return;
   }
+  SetCurrentRequest(&request);
   Call(*row, request, response);
   // A plug-in that cannot ask who the user is refuses him. The true reason helps more.
   if (!response.IsOutputEnabled() || response.GetEnvelope()["success"].asBool()) return;

@@ -3,11 +3,14 @@
 #include <unistd.h>
 #include <velm/camera.h>
 
+#include <algorithm>
+
 #include "recorder/recording/frame_feed.h"
 #include "recorder/recording/jpeg_size.h"
 #include "recorder/recording/stray_files.h"
 #include "recorder/recording/take.h"
 #include "shm/ring_writer.h"
+#include "shm/segment.h"
 
 using namespace oculora;
 
@@ -125,26 +128,31 @@ TEST(FrameFeed, HoldsFramesWhileTheDiskStallsAndThenLetsLiveViewsGoOn) {
   {
     FrameFeed feed(id.camId, 0, 4'000'000);
     ASSERT_TRUE(feed.Start());
+    const RingMapping readers(static_cast<Ring*>(LiveStreamFifoAt(id.camId, 0)));
+    const auto held = [&] {
+      return std::ranges::count_if(readers->readers, [](const ReaderSlot& slot) { return slot.pin != 0; });
+    };
     const auto write = [&](int from, int to) {
       for (int i = from; i < to; ++i) {
+        const auto goal = std::min<std::ptrdiff_t>(held() + 1, 40);  // as many as it may hold
         EXPECT_GT(ring.Write(picture.data(), picture.size(), FRAME_FLAG_KEY, i, VIDEO_TYPE_MJPEG), 0);
-        usleep(20000);
+        for (int waits = 0; held() < goal && waits < 20000; ++waits) usleep(1000);
       }
     };
     write(0, 30);
     for (int i = 0; i < 30; ++i, feed.Release()) {
-      const FeedFrame* frame = feed.Next(1000);
+      const FeedFrame* frame = feed.Next(20000);
       ASSERT_NE(frame, nullptr) << i;
       EXPECT_EQ(frame->timestampUs, i);
       EXPECT_EQ(frame->lost, 0) << i;
     }
     write(30, 100);  // more than it may hold: the ring takes them all the same
     int losses = 0, lost = 0, frames = 0;
-    for (const FeedFrame* frame = feed.Next(1000); frame != nullptr; frame = feed.Next(200)) {
+    for (const FeedFrame* frame = nullptr; frames + lost < 70; feed.Release()) {
+      ASSERT_NE(frame = feed.Next(20000), nullptr) << frames << " and " << lost;
       losses += frame->lost > 0 ? 1 : 0;
       lost += frame->lost;
       ++frames;
-      feed.Release();
     }
     EXPECT_EQ(losses, 1);
     EXPECT_EQ(frames + lost, 70);

@@ -91,7 +91,7 @@ TEST_F(EventPlayer, TheEarlierPlayerIsTold) {
     Child earlier([] { pause(); });
     WriteFile(PlayerFile(), std::to_string(earlier.pid()) + "\n");
     Fetch(m_Event, asked ? "" : "&checkpgid=0");
-    EXPECT_EQ(earlier.Wait(asked ? 2000 : 50), asked ? SIGUSR1 : -1);
+    EXPECT_EQ(earlier.Wait(asked ? 20000 : 50), asked ? SIGUSR1 : -1);
   }
 }
 

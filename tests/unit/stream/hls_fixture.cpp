@@ -148,8 +148,8 @@ std::string HlsTest::Ask(const std::string& method, const std::string& params) {
   return ReadFile("/tmp/answer");
 }
 
-bool HlsTest::Until(const std::function<bool()>& condition, int withinMs) {
-  for (int i = 0; i < withinMs; ++i) {
+bool HlsTest::Until(const std::function<bool()>& condition) {
+  for (int i = 0; i < 20000; ++i) {
     if (condition()) return true;
     __real_usleep(1000);
   }
@@ -162,9 +162,9 @@ pid_t HlsTest::RemuxPid(pid_t other, int cam) {
   return pid;
 }
 
-bool HlsTest::Ends(pid_t pid, int withinMs) {
+bool HlsTest::Ends(pid_t pid) {
   int status = 0;
-  return Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; }, withinMs) && status == 0;
+  return Until([&] { return waitpid(pid, &status, WNOHANG) == pid || kill(pid, 0) != 0; }) && status == 0;
 }
 
 bool HlsTest::Runs(pid_t pid) {

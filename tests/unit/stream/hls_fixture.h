@@ -49,10 +49,10 @@ class HlsTest : public SiteTest {
 
   // The process the pid file names, once there is one other than `other`.
   static pid_t RemuxPid(pid_t other = 0, int cam = kCam);
-  static bool Ends(pid_t pid, int withinMs = 5000);  // and by itself
-  static bool Runs(pid_t pid);                       // still, after a while
+  static bool Ends(pid_t pid);  // and by itself
+  static bool Runs(pid_t pid);  // still, after a while
 
-  static bool Until(const std::function<bool()>& condition, int withinMs = 5000);
+  static bool Until(const std::function<bool()>& condition);  // at most for so long that silence would end a remux
   static bool Logged(const std::string& line) { return ReadFile(oculora::kLogPath).find(line) != std::string::npos; }
 
   void Write(const std::string& frame, bool key, int cam = kCam);

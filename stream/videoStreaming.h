@@ -16,9 +16,9 @@
 //   video/feeder.cpp           OutputH264Data, InitFfmpegH264: its body, from the ring into the pipe
 //   video/segmenter_thread.cpp FFmpegH264Remux, FFmpegThreadStop: its second thread, from the pipe into slices
 //   video/hls_output.cpp       OutputM3u8, OutputHls, GetFileContent
+//   video/forwarding.cpp       ForwardStream: live pictures of cameras that another recording server owns
 //   video/http_prefix.cpp      GetCorrectHttpPrefix
 //   video/process_control.cpp  SetupSignalHandler
-//   video/later.cpp            operations that answer "not available in this version"
 #pragma once
 
 #include <pthread.h>
@@ -102,7 +102,7 @@ class VideoStreamingHandler : public VideoStreamingBase {
   // Decodes a key frame of this camera and compresses it to g_Picture. Its size there, or -1. Allocates and releases a
   // decoder: some milliseconds.
   int CopyJpegFromMpeg4(const unsigned char* frame, int frameSize, const unsigned char* extra, int extraSize);
-  void ForwardStream();  // of a camera that another recording server owns
+  void ForwardStream(const char* format);  // of a camera that another recording server owns
 
   bool OpenHere(const std::string& format, bool relayed);  // false: the error code is set
   bool OpenOnOwner(const std::string& format);

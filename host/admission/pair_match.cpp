@@ -44,28 +44,33 @@ bool Matches(const std::string& secret, const std::string& timestamp, const std:
   return !expected.empty() && EqualInConstantTime(expected, cookie);
 }
 
-// The other side is the host that manages this one, or a recording server that this one manages.
-bool MatchesAnyPeer(std::string& cookie, const std::string& timestamp) {
+// The one peer with rights here is the host that manages this one. A recording server that this one manages has none:
+// nothing calls in that direction, and whoever takes one over must not get the others.
+bool MatchesManager(std::string& cookie, const std::string& timestamp) {
   Normalise(cookie);
   if (cookie.empty() || !IsFreshTimestamp(timestamp, std::time(nullptr))) return false;
   Database* database = RequestDatabase();
   if (database == nullptr) return false;
   const std::string secret = database->GetSetting("pair_secret", "");
-  if (!secret.empty() && Matches(secret, timestamp, cookie)) return true;
-  bool found = false;
-  for (const ServerRecord& server : database->ListServers()) {
-    if (Matches(server.secret, timestamp, cookie)) found = true;
-  }
-  return found;
+  return !secret.empty() && Matches(secret, timestamp, cookie);
 }
 
 }  // namespace
+
+bool IsPairedPeer(const VELM::APIRequest& request) {
+  const std::string client = request.GetParam("client", "").asString();
+  if (client != "NVR" && client != "REC_SERVER") return false;
+  std::string cookie = request.GetParam("cookie", "").asString();
+  const std::string timestamp = request.GetCookie("timestamp", "");
+  return !cookie.empty() && !timestamp.empty() && MatchesManager(cookie, timestamp);
+}
+
 }  // namespace oculora
 
 int IsAuthPairMatch(std::string& cookie, const std::string& timestamp) {
-  return oculora::MatchesAnyPeer(cookie, timestamp) ? 1 : 0;
+  return oculora::MatchesManager(cookie, timestamp) ? 1 : 0;
 }
 
 int SlaveNdAuthentication::IsAuthByPairMatch(std::string& cookie, std::string& timestamp) {
-  return oculora::MatchesAnyPeer(cookie, timestamp) ? 1 : 0;
+  return oculora::MatchesManager(cookie, timestamp) ? 1 : 0;
 }

@@ -5,8 +5,8 @@
 // client's: the same for all calls of a session, of no use to anyone else. A host that got a request from another host
 // calls no third one.
 //
-// Everything here blocks: up to 5 s for a connection, up to 35 s while the other host stays silent. The first call loads
-// libcurl. For one thread.
+// Everything here blocks: up to 5 s for a connection, up to 35 s while the other host stays silent. The first call
+// loads libcurl. For one thread.
 #pragma once
 
 #include <json/value.h>
@@ -36,9 +36,9 @@ struct PeerCall {
 
 struct PeerAnswer {
   bool success = false;
-  Json::Value data;    // of a success
-  int code = 0;        // the other host's error code when it refused; 0: it gave no answer
-  std::string reason;  // for people, when there was no success; does not name the server
+  Json::Value data;                               // of a success
+  int code = 0;                                   // the other host's error code when it refused; 0: it gave no answer
+  std::string reason;                             // for people, when there was no success; does not name the server
   std::optional<std::int64_t> clockAheadSeconds;  // of the other host's clock before ours, as its answer tells
 };
 

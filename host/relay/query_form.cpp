@@ -63,7 +63,8 @@ bool IsHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'
 bool IsEncoded(std::string_view value) {
   for (std::size_t i = 0; i < value.size(); ++i) {
     if (IsUnreserved(value[i])) continue;
-    if (value[i] != '%' || i + 2 >= value.size() || !IsHexDigit(value[i + 1]) || !IsHexDigit(value[i + 2])) return false;
+    if (value[i] != '%' || i + 2 >= value.size() || !IsHexDigit(value[i + 1]) || !IsHexDigit(value[i + 2]))
+      return false;
     i += 2;
   }
   return true;

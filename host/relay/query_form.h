@@ -16,8 +16,8 @@ enum class QueryForm {
   kEventFile,      // raw values: the file of a recorded event
 };
 
-// `query` ("a=1&b=2") fit for a URL. A raw form has exactly its keys in their order, and its values get encoded; "&" may
-// stand in the last of them. An encoded form has keys that may travel, each once, and values that need no more
+// `query` ("a=1&b=2") fit for a URL. A raw form has exactly its keys in their order, and its values get encoded; "&"
+// may stand in the last of them. An encoded form has keys that may travel, each once, and values that need no more
 // encoding. Empty when `query` is not of that form.
 std::optional<std::string> FitQuery(QueryForm form, const std::string& query);
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "admission/pair_match.h"
 #include "relay/stream_key.h"
-#include "velm/admission.h"
 
 namespace VELM {
 
@@ -35,18 +35,6 @@ const oculora::SessionRecord* RequestState::Session(const std::string& id) {
 
 namespace {
 
-bool IsPairedPeer(const APIRequest& request) {
-  const std::string client = request.GetParam("client", "").asString();
-  if (client != "NVR" && client != "REC_SERVER") return false;
-  std::string cookie = request.GetParam("cookie", "").asString();
-  std::string timestamp = request.GetCookie("timestamp", "");
-  if (cookie.empty() || timestamp.empty()) return false;
-  if (request.GetParam("isCrossSite", 0).asInt() == 1) {
-    return SlaveNdAuthentication().IsAuthByPairMatch(cookie, timestamp) != 0;
-  }
-  return IsAuthPairMatch(cookie, timestamp) != 0;
-}
-
 // The key itself is looked at, not just its presence: otherwise anyone who is logged in could add any key, and have
 // the rights of the system. A host that forwards addresses a camera of ours by our own id.
 bool HoldsStreamKey(const APIRequest& request) {
@@ -57,7 +45,7 @@ bool HoldsStreamKey(const APIRequest& request) {
 }  // namespace
 
 bool RequestState::MayRedirect(const APIRequest& request) {
-  if (!m_MayRedirect) m_MayRedirect = HoldsStreamKey(request) || IsPairedPeer(request);
+  if (!m_MayRedirect) m_MayRedirect = HoldsStreamKey(request) || oculora::IsPairedPeer(request);
   return *m_MayRedirect;
 }
 

@@ -32,7 +32,7 @@ bool VideoStreamingHandler::MayGoOn(const char* func, int& passes, int passesBet
 
 void VideoStreamingHandler::OutputMjpegStream() {
   if (m_OwnerNdId != 0) {
-    ForwardStream();
+    ForwardStream("mjpeg");
     return;
   }
   if (!BeginLocalView(__func__)) return;
@@ -45,7 +45,7 @@ void VideoStreamingHandler::OutputMjpegStream() {
 
 void VideoStreamingHandler::OutputMxpegStream() {
   if (m_OwnerNdId != 0) {
-    ForwardStream();
+    ForwardStream("mxpeg");
     return;
   }
   if (!BeginLocalView(__func__)) return;

@@ -32,7 +32,7 @@ struct HttpHead {
 class HttpSink {
  public:
   virtual ~HttpSink() = default;
-  virtual bool Begin(const HttpHead& head) = 0;              // once, before all data; also when no data follows
+  virtual bool Begin(const HttpHead& head) = 0;                // once, before all data; also when no data follows
   virtual bool Data(const char* bytes, std::size_t size) = 0;  // in order; `bytes` are the caller's
 };
 

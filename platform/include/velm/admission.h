@@ -23,12 +23,12 @@ namespace QmTaskSet {
 void SetAffinity(const std::string& task);
 }  // namespace QmTaskSet
 
-// Whether `cookie` is the keyed hash over `timestamp` that a paired recording server would send now. Constant-time
+// Whether `cookie` is the keyed hash over `timestamp` that the host managing this one would send now. Constant-time
 // comparison; a time stamp outside the freshness window never matches. Non-zero on a match. `cookie` is normalised in
 // place.
 int IsAuthPairMatch(std::string& cookie, const std::string& timestamp);
 
-// The same for a peer of another site.
+// The same for a managing host on another site.
 class SlaveNdAuthentication {
  public:
   int IsAuthByPairMatch(std::string& cookie, std::string& timestamp);

@@ -152,7 +152,7 @@ class Serving(unittest.TestCase):
             used = str(other.getsockname()[1])
             tool, run, serve = [SITE_TOOL], [CHECKOUT + "/run"], [os.path.join(BUILD, "bin", "oculora"), "serve"]
             for code, said, command in (
-                    (125, "not available", [*tool, "--net", "a", "true"]), (125, "Usage", [*tool, site.dir]),
+                    (125, "Usage", [*tool, "--net", "a", site.dir]), (125, "unknown option", [*tool, "--at", "a"]),
                     (125, "cannot be a site", [*tool, "/tmp", "true"]),
                     (125, "cannot make", [*tool, "/proc/none", "true"]),
                     (1, f"port {used} is in use", [*run, "--port", used]), (1, "needs a value", [*run, "--port"]),

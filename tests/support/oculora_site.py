@@ -77,6 +77,9 @@ def _text(path):
 class Site:
     """One private site. Not for several threads at once, except `get`, `api`, `request`, `login` and `run`."""
 
+    address = "127.0.0.1"
+    serve_port = 0  # any that is free
+
     def __init__(self, init=True):
         self.dir = tempfile.mkdtemp(prefix="oculora-site-")
         self.url = self.port = self.server = None
@@ -128,16 +131,16 @@ class Site:
         return next((camera for camera in cameras if camera["id"] == id), None)
 
     def serve(self):
-        """Starts the server on a free port and waits until it answers; sets `url` and `port`."""
+        """Starts the server and waits until it answers; sets `url` and `port`."""
         with open(self.write(SERVE_LOG), "wb") as log:
-            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", "0", "--bind", "127.0.0.1"]
+            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", self.serve_port, "--bind", self.address]
             self.server = self.popen(argv, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
 
-        def address():
+        def serving_at():
             assert self.server.poll() is None, "oculora serve ended:\n" + self.read(SERVE_LOG)
-            return re.search(r"(http://127\.0\.0\.1:(\d+))/", self.read(SERVE_LOG))
+            return re.search(rf"(http://{re.escape(self.address)}:(\d+))/", self.read(SERVE_LOG))
 
-        self.url, port = wait_until(address, 20, "the server's address").groups()
+        self.url, port = wait_until(serving_at, 20, "the server's address").groups()
         self.port = int(port)
         return self.url
 
@@ -148,7 +151,7 @@ class Site:
 
     def request(self, method, path, body=None, headers=None):
         """One HTTP request: (status, headers, bytes)."""
-        with contextlib.closing(http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)) as connection:
+        with contextlib.closing(http.client.HTTPConnection(self.address, self.port, timeout=30)) as connection:
             connection.request(method, path, body=body, headers=headers or {})
             answer = connection.getresponse()
             return answer.status, answer.headers, answer.read()

@@ -1,0 +1,140 @@
+"""A host that notes what it is asked and answers as it is told: wrongly, slowly, never, or as a real host does."""
+
+import contextlib
+import dataclasses
+import http.client
+import select
+import socket
+import socketserver
+import sys
+import threading
+
+
+@dataclasses.dataclass
+class Request:
+    method: str
+    target: str  # path and query, as they came
+    headers: http.client.HTTPMessage
+    body: bytes
+
+
+class RogueServer(socketserver.ThreadingTCPServer):
+    """Runs until close(). `requests` are those that came; `connections` those that are being answered.
+
+    `answer(connection, request)` sends the answer to the connection, which is closed when it returns; it may be set to
+    another one at any time. The functions below are or make such answers.
+    """
+
+    allow_reuse_address = daemon_threads = True
+    block_on_close = False
+    request_queue_size = 64
+
+    def __init__(self, answer, address="127.0.0.1", port=0):
+        super().__init__((address, port), None)
+        self.answer, self.requests, self.connections = answer, [], set()
+        self.url = f"http://{address}:{self.server_address[1]}"
+        self._loop = threading.Thread(target=self.serve_forever, args=(0.05,))
+        self._loop.start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self.shutdown()
+        self._loop.join()
+        self.server_close()
+        for connection in list(self.connections):
+            with contextlib.suppress(OSError):
+                connection.shutdown(socket.SHUT_RDWR)
+
+    def finish_request(self, connection, client):
+        self.connections.add(connection)
+        try:
+            request = _read_request(connection)
+            if request:
+                self.requests.append(request)
+                self.answer(connection, request)
+        finally:
+            self.connections.discard(connection)
+
+    def handle_error(self, connection, client):
+        if not isinstance(sys.exc_info()[1], OSError):  # the client may leave at any time
+            super().handle_error(connection, client)
+
+
+def _read_request(connection):
+    with connection.makefile("rb") as file:
+        words = file.readline().decode("latin-1").split()
+        if len(words) != 3:
+            return None
+        headers = http.client.parse_headers(file)
+        return Request(words[0], words[1], headers, file.read(int(headers.get("Content-Length", 0))))
+
+
+def _has_left(connection, seconds):
+    """Whether the client leaves within the time."""
+    return bool(select.select([connection], [], [], seconds)[0]) and not connection.recv(1, socket.MSG_PEEK)
+
+
+def whole(body, content_type="application/json", status="200 OK"):
+    """The body, complete."""
+    head = f"HTTP/1.1 {status}\r\nContent-Type: {content_type}\r\nContent-Length: {len(body)}\r\nConnection: close\r\n\r\n"
+    return lambda connection, _: connection.sendall(head.encode() + body)
+
+
+def redirect(location):
+    head = f"HTTP/1.1 302 Found\r\nLocation: {location}\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"
+    return lambda connection, _: connection.sendall(head.encode())
+
+
+def forward(site, limit=None):
+    """What a served site answers, as it comes; cut off behind `limit` bytes, its head included."""
+
+    def answer(client, request):
+        kept = [f"{name}: {value}\r\n" for name, value in request.headers.items() if name.lower() != "connection"]
+        head = f"{request.method} {request.target} HTTP/1.1\r\n{''.join(kept)}Connection: close\r\n\r\n"
+        left = limit
+        with socket.create_connection((site.address, site.port), 10) as remote:
+            remote.sendall(head.encode("latin-1") + request.body)
+            while left != 0:
+                if client in select.select([client, remote], [], [])[0]:
+                    return  # it has sent all it had, so this is its end
+                data = remote.recv(65536 if left is None else min(left, 65536))
+                if not data:
+                    return
+                client.sendall(data)
+                left = None if left is None else left - len(data)
+
+    return answer
+
+
+def garbage(connection, _):
+    connection.sendall(bytes(range(256)) * 16)
+
+
+def cut_short(connection, _):
+    """Closes in the middle of the body."""
+    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 1000\r\n\r\n{\"success\":true")
+
+
+def endless_headers(connection, _):
+    connection.sendall(b"HTTP/1.1 200 OK\r\n")
+    while True:
+        connection.sendall(b"X-More: " + b"x" * 1000 + b"\r\n")
+
+
+def byte_a_second(connection, _):
+    """A true head, and then an answer that takes a quarter of an hour."""
+    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 1000\r\n\r\n")
+    for _ in range(1000):
+        connection.sendall(b" ")
+        if _has_left(connection, 1):
+            return
+
+
+def silence(connection, _):
+    while not _has_left(connection, 60):
+        pass

@@ -3,7 +3,7 @@
 #
 # Debian packages by purpose, and installing what is missing of them and of npm's modules. Sourced by run and test.
 
-PACKAGES_RUN=(lighttpd ffmpeg xz-utils)
+PACKAGES_RUN=(lighttpd lighttpd-mod-openssl ffmpeg xz-utils)
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev libcgicc-dev libsodium-dev libcli11-dev
   libcurl4-openssl-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libturbojpeg0-dev)
 PACKAGES_TEST=(ccache nginx libgtest-dev libgmock-dev libbenchmark-dev python3 curl iproute2 chromium motion python3-gi

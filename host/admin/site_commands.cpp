@@ -39,6 +39,11 @@ void AddSiteCommands(CLI::App& app, Action& action) {
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   serve->add_option("--bind", serving->address, "Address to listen on")->capture_default_str();
+  CLI::Option* tlsPort = serve->add_option("--tls-port", serving->tlsPort, "Serve by HTTPS as well, at this port");
+  CLI::Option* certificate =
+      serve->add_option("--certificate", serving->certificate, "PEM file of its certificate, chain and key");
+  tlsPort->check(CLI::Range(1, 65535))->needs(certificate);
+  certificate->needs(tlsPort);
   serve->callback([=, &action] { action = [=] { return Serve(*serving); }; });
 
   const auto json = std::make_shared<bool>(false);

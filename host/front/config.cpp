@@ -59,18 +59,31 @@ setenv.set-response-header = (
 )
 )";
 
+// An address as it stands before a port.
+std::string Bracketed(const std::string& address) {
+  return address.find(':') != std::string::npos ? "[" + address + "]" : address;
+}
+
+std::string TlsPart(const FrontSettings& settings) {
+  if (settings.tlsPort == 0) return {};
+  std::string text = "\nserver.modules += ( \"mod_openssl\" )\n$SERVER[\"socket\"] == ";
+  text += Quoted(Bracketed(settings.address) + ":" + std::to_string(settings.tlsPort)) + " {\n";
+  text += "  ssl.engine = \"enable\"\n  ssl.pemfile = " + Quoted(settings.certificate) + "\n}\n";
+  return text;
+}
+
 }  // namespace
 
 std::string LighttpdConfig(const FrontSettings& settings) {
-  const bool v6 = settings.address.find(':') != std::string::npos;
   std::string text = "# Written by oculora serve; changes here are lost with its next start.\n";
   text += "server.document-root = " + Quoted(settings.webDir) + "\n";
-  text += "server.bind = " + Quoted(v6 ? "[" + settings.address + "]" : settings.address) + "\n";
+  text += "server.bind = " + Quoted(Bracketed(settings.address)) + "\n";
   text += "server.port = " + std::to_string(settings.port) + "\n";
   text += "server.pid-file = " + Quoted(settings.pidPath) + "\n";
   text += "server.errorlog = " + Quoted(settings.logPath) + "\n";
   text += "server.breakagelog = " + Quoted(settings.logPath) + "\n";
   text += kFixedPart;
+  text += TlsPart(settings);
   // The exact address and nothing else: the dispatcher's directory holds other programs.
   text += "\n$HTTP[\"url\"] == \"/webapi/entry.cgi\" {\n";
   text += "  alias.url = ( \"/webapi/entry.cgi\" => " + Quoted(settings.dispatcher) + " )\n";
@@ -88,6 +101,7 @@ std::string PluginsConfig(const std::string& libDir) {
   text += "VELM.Oculora.Account  " + libDir + "/oculora-account.so\n";
   text += "VELM.Oculora.Camera   " + libDir + "/oculora-account.so\n";
   text += "VELM.Oculora.Event    " + libDir + "/oculora-events.so\n";
+  text += "VELM.Oculora.Server   " + libDir + "/oculora-servers.so\n";
   return text;
 }
 

@@ -22,6 +22,7 @@ ProgramPaths FindPrograms() {
   paths.module = root / "lib/VELM.Oculora.Stream.so";
   paths.account = root / "lib/oculora-account.so";
   paths.events = root / "lib/oculora-events.so";
+  paths.servers = root / "lib/oculora-servers.so";
   paths.segmenter = root / "lib/oculora-segmenter.so";
   return paths;
 }

@@ -14,6 +14,7 @@ struct ProgramPaths {
   std::string module;     // the streaming plug-in
   std::string account;    // the host's own plug-in
   std::string events;     // the plug-in of recordings
+  std::string servers;    // the plug-in of recording servers
   std::string segmenter;  // the module loads it for HLS
 };
 

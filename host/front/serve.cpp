@@ -42,8 +42,10 @@ std::string LastLine(const char* path) {
   return last;
 }
 
-bool WriteConfigs(const ProgramPaths& programs, const std::string& address, int port) {
-  const FrontSettings settings{programs.webDir, programs.dispatcher, kFrontLogPath, kFrontPidPath, address, port};
+bool WriteConfigs(const ProgramPaths& programs, const ServeOptions& options, int port) {
+  const FrontSettings settings{programs.webDir, programs.dispatcher, kFrontLogPath,
+                               kFrontPidPath,   options.address,     port,
+                               options.tlsPort, options.certificate};
   return WritePluginsConfig() && WriteFileAtomically(kFrontConfigPath, LighttpdConfig(settings));
 }
 
@@ -80,8 +82,9 @@ bool StartPrograms(ProgramKeeper& keeper, const ProgramPaths& programs, const st
              kStartSeconds);
 }
 
-int RunPrograms(const ProgramPaths& programs, const std::string& lighttpd, const std::string& address,
+int RunPrograms(const ProgramPaths& programs, const std::string& lighttpd, const ServeOptions& options,
                 const Listener& listener) {
+  const std::string& address = options.address;
   ProgramKeeper keeper;
   if (!StartPrograms(keeper, programs, lighttpd, address, listener)) {
     if (keeper.StopRequested()) return 0;
@@ -91,7 +94,8 @@ int RunPrograms(const ProgramPaths& programs, const std::string& lighttpd, const
   if (!WriteFileAtomically(kServeAddressPath, address + " " + std::to_string(listener.port) + "\n")) {
     return Fail(std::string(kServeAddressPath) + " cannot be written: " + std::strerror(errno));
   }
-  printf("Serving at %s\n", DescribeAddresses(address, listener.port).c_str());
+  const std::string tls = options.tlsPort != 0 ? ", by HTTPS at port " + std::to_string(options.tlsPort) : "";
+  printf("Serving at %s%s\n", DescribeAddresses(address, listener.port).c_str(), tls.c_str());
   fflush(stdout);
   keeper.Run();
   printf("Stopping ...\n");
@@ -113,6 +117,9 @@ int Serve(const ServeOptions& options) {
   const ProgramPaths programs = FindPrograms();
   const std::string lighttpd = FindInPath("lighttpd");
   if (const std::string missing = Missing(programs, lighttpd); !missing.empty()) return Fail(missing);
+  if (options.tlsPort != 0 && access(options.certificate.c_str(), R_OK) != 0) {
+    return Fail("the certificate " + options.certificate + " cannot be read: " + std::strerror(errno));
+  }
   QmFlock lock(kServeLockPath);
   if (lock.LockEx(0) != 0) {
     std::string address;
@@ -123,11 +130,11 @@ int Serve(const ServeOptions& options) {
   std::string error;
   const Listener listener = OpenListener(options.address, options.port, &error);
   if (!listener.socket.IsValid()) return Fail(error);
-  if (!WriteConfigs(programs, options.address, listener.port)) {
+  if (!WriteConfigs(programs, options, listener.port)) {
     return Fail(std::string("the configuration in ") + kEtcDir + " cannot be written: " + std::strerror(errno));
   }
   RemoveRemuxLeftovers();  // of a power cut, or of a serve that was killed
-  const int code = RunPrograms(programs, lighttpd, options.address, listener);
+  const int code = RunPrograms(programs, lighttpd, options, listener);
   unlink(kServeAddressPath);
   RemoveRings();
   RemoveRemuxLeftovers();

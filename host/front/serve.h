@@ -7,7 +7,9 @@ namespace oculora {
 
 struct ServeOptions {
   std::string address = "0.0.0.0";
-  int port = 8080;  // 0: any free one
+  int port = 8080;          // 0: any free one
+  int tlsPort = 0;          // HTTPS as well; 0: not
+  std::string certificate;  // for it: PEM file of chain and key
 };
 
 // Where a served site's keeper notes "ADDRESS PORT" of its front.

@@ -2,6 +2,7 @@
 #include "relay/peer.h"
 
 #include <json/reader.h>
+#include <unistd.h>
 
 #include <ctime>
 #include <memory>
@@ -47,6 +48,10 @@ std::string DispatcherUrl(std::string url) {
   return url + kDispatcherPath;
 }
 
+std::string TrustedFile(const std::string& url) {
+  return url.starts_with("https") && access(kTrustedPath, R_OK) == 0 ? kTrustedPath : "";
+}
+
 HttpCall MakeCall(const ServerRecord& server, const std::string& query, int totalSeconds) {
   const std::string now = std::to_string(std::time(nullptr));
   const std::string session = SessionFor(server);
@@ -55,6 +60,7 @@ HttpCall MakeCall(const ServerRecord& server, const std::string& query, int tota
   call.form = "client=NVR&cookie=" + PairCookie(server.secret, now);
   call.fields = {"Content-Type: application/x-www-form-urlencoded", std::string(kRelayedField) + ": 1",
                  "Cookie: timestamp=" + now + (session.empty() ? "" : "; oculora_sid=" + session)};
+  call.trusted = TrustedFile(server.url);
   call.totalSeconds = totalSeconds;
   return call;
 }
@@ -152,6 +158,7 @@ PeerAnswer PostForm(const std::string& serverUrl, const std::string& form, int t
   call.url = DispatcherUrl(serverUrl);
   call.form = form;
   call.fields = {"Content-Type: application/x-www-form-urlencoded"};
+  call.trusted = TrustedFile(serverUrl);
   call.totalSeconds = totalSeconds;
   return SendAll({call}).front();
 }

@@ -21,6 +21,10 @@
 
 namespace oculora {
 
+// Certificates of recording servers that no authority known to the system vouches for. Where this file exists, only
+// what stands in it is trusted.
+constexpr char kTrustedPath[] = "/var/packages/Oculora/etc/trusted.pem";
+
 // The record of a managed server; empty when there is none with that id.
 std::optional<ServerRecord> FindServer(int ndId);
 

@@ -1,11 +1,24 @@
 // Stream keys of cameras, as the key files hold them: one line a camera, "ID=FIRST/SECOND".
 #include "relay/stream_key.h"
 
+#include <algorithm>
+
 #include "records/records.h"
 #include "velm/file.h"
 #include "velm/relay.h"
 
 namespace oculora {
+namespace {
+
+constexpr std::size_t kMaxKey = 35;
+
+}  // namespace
+
+bool IsStreamKey(const std::string& key) {
+  return !key.empty() && key.size() <= kMaxKey && std::all_of(key.begin(), key.end(), [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+  });
+}
 
 bool LoadStreamKeys(int ownerNdId, int camId, StreamKeys& keys) {
   std::string path = std::string(kStreamKeyDir) + "/rtsp_key";

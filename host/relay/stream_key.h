@@ -11,6 +11,9 @@ struct StreamKeys {
   std::string second;
 };
 
+// A stream key is 1 to 35 characters of [A-Za-z0-9_-]: readers hold so much, and "/" and "=" structure the files.
+bool IsStreamKey(const std::string& key);
+
 // Reads the keys of this host's camera `camId` from the key file of recording server `ownerNdId` (0: this host's own
 // cameras). False when the file or the camera's line is missing.
 bool LoadStreamKeys(int ownerNdId, int camId, StreamKeys& keys);

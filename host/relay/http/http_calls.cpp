@@ -67,6 +67,7 @@ class Transfer {
     Set(CURLOPT_CONNECTTIMEOUT_MS, kConnectMs);
     Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     Set(CURLOPT_LOW_SPEED_TIME, kQuietSeconds);
+    if (!call.trusted.empty()) Set(CURLOPT_CAINFO, call.trusted.c_str());
     if (call.totalSeconds > 0) Set(CURLOPT_TIMEOUT, static_cast<long>(call.totalSeconds));
     Set(CURLOPT_NOSIGNAL, 1L);
     Set(CURLOPT_BUFFERSIZE, kReadBytes);

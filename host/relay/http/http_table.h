@@ -17,6 +17,7 @@ struct HttpCall {
   std::string url;                  // http or https; the query included, encoded
   std::string form;                 // the body, encoded
   std::vector<std::string> fields;  // header lines, without line ends
+  std::string trusted;              // PEM file of certificates trusted for https; empty: the system's
   int totalSeconds = 0;             // the whole call takes no longer; 0: as long as data comes
 };
 

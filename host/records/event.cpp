@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 
@@ -19,8 +20,10 @@ using oculora::StorageKind;
 constexpr char kLogUnit[] = "records/event";
 constexpr int kPatienceMs = 200;  // a viewer waits so long at most
 
+// A recording asked for by its id alone may be one that an alert raised: requests from other hosts name no type.
 bool IsPlayable(const EventRecord& event, int type) {
-  return event.type == type && (event.state == EventState::kReady || event.state == EventState::kRecording);
+  return (type == REC_EVENT_TYPE_RECORDING || event.type == type) &&
+         (event.state == EventState::kReady || event.state == EventState::kRecording);
 }
 
 // The row of an event in the records that GetDBType named; empty when there is no such playable one.
@@ -29,6 +32,21 @@ std::optional<EventRecord> FindPlayable(const oculora::StorageInUse& storage, in
   std::optional<EventRecord> event = oculora::EventTable(*storage.records).Load(id);
   if (event && IsPlayable(*event, type)) return event;
   return std::nullopt;
+}
+
+// A camera of a managed recording server that stands for all of them; 0 when there is none.
+int CameraOfServer(int ndId) {
+  oculora::Database* records = oculora::RequestDatabase();
+  if (records == nullptr) return 0;
+  const std::vector<oculora::ServerRecord> servers = records->ListServers();
+  if (std::none_of(servers.begin(), servers.end(), [&](const auto& server) { return server.id == ndId; })) return 0;
+  int beingRemoved = 0;
+  for (const oculora::CameraRecord& camera : records->ListCameras()) {
+    if (camera.ownerNdId != ndId) continue;
+    if (!camera.deleting) return camera.id;
+    beingRemoved = camera.id;
+  }
+  return beingRemoved;
 }
 
 bool StaysInside(const std::filesystem::path& path) {
@@ -48,7 +66,14 @@ int Event::GetCamId() const { return m_CamId; }
 void Event::GetPath(std::string& path) const { path = m_Path; }
 
 int Event::Load(int id, int dbArg, int dbType, int ndId) {
-  if (ndId > 0) return -1;
+  if (ndId > 0) {
+    const int camId = id < 1 ? 0 : CameraOfServer(ndId);
+    if (camId == 0) return -1;
+    *this = Event(static_cast<REC_EVENT_TYPE>(m_Type));  // nothing of an earlier event stays
+    m_Id = id;
+    m_CamId = camId;
+    return 0;
+  }
   const oculora::StorageInUse storage = oculora::RequestStorage(static_cast<StorageKind>(dbType), dbArg);
   std::optional<EventRecord> record = FindPlayable(storage, id, m_Type);
   if (!record) return -1;

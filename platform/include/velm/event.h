@@ -16,10 +16,15 @@ class __attribute__((visibility("default"))) Event {
   virtual int GetCamId() const;
   virtual void GetPath(std::string& path) const;  // recorded file name, below the storage's recordings
 
-  // Loads event `id` of this object's type from the database that GetDBType named. Only events that can be played: a
-  // recording that is ready or still growing. 0, or -1 (no such event or storage, records unreadable, `ndId` above 0:
-  // this host holds no events of other servers) and leaves the object as it was. Blocks on the records at most for
-  // their busy time-out.
+  // Loads event `id` from the database that GetDBType named. An AlertEvent loads only events that an alert raised, an
+  // Event any: a request that another host forwards names no type. Only events that can be played: a recording that is
+  // ready or still growing. 0, or -1 (no such event or storage, records unreadable) and leaves the object as it was.
+  // Blocks on the records at most for their busy time-out.
+  //
+  // `ndId` above 0 is an event of that managed recording server, whatever the database. This host knows nothing of it
+  // and believes in any `id` from 1 on; its owner will say. The camera is then one of that server's (the lowest number,
+  // of those not being removed if there are any): enough to know whether its recordings may be seen. It has no file
+  // here. -1 for a server that is not managed or that has no cameras here.
   virtual int Load(int id, int dbArg, int dbType, int ndId);
 
   // Playback starts from the first byte: notes in the records once when the event was first played. Waits at most
@@ -61,5 +66,6 @@ Event* NewByType(REC_EVENT_TYPE type);
 // filled for Event::Load: the number of the archive or mount, or 0.
 int GetDBType(int mountId, int archId, int& dbArg);
 // Full path of the recorded file and its size in bytes now; a file that is being recorded grows. 0, or -1 when there is
-// no such regular file or its name leads out of the storage's recordings.
+// no such regular file (none of another server's events has one here) or its name leads out of the storage's
+// recordings.
 int GetEventFullPathAndSize(const Event& event, std::string& path, unsigned long long& size);

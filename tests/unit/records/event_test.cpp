@@ -78,9 +78,9 @@ TEST_F(EventTest, LoadsOnlyWhatCanBePlayed) {
       {"unknown", 0, 9, 0, 0, 0, -1, 0},
       {"no number", 0, 0, 0, 0, 0, -1, 0},
       {"of a task", 1, 2, 0, 0, 0, 0, kTask},
-      {"an alert is no recording", 0, 2, 0, 0, 0, -1, 0},
+      {"of a task, by its id alone", 0, 2, 0, 0, 0, 0, kCamera},
       {"a recording is no alert", 1, 1, 0, 0, 0, -1, 0},
-      {"of another server", 0, 1, 0, 0, 2, -1, 0},
+      {"of a server that is not managed", 0, 1, 0, 0, 2, -1, 0},
       {"on a mount", 0, 1, 4, 0, 0, 0, kCamera},
       {"tasks of a mount are not ours", 1, 2, 4, 0, 0, 0, kCamera},
       {"the archive goes first", 0, 1, 4, 5, 0, -1, 0},
@@ -110,6 +110,38 @@ TEST_F(EventTest, LoadsOnlyWhatCanBePlayed) {
   ASSERT_EQ(camera.Load(kCamera, 0, 0), 0);
   EXPECT_EQ(camera.GetName(), "own");
   EXPECT_EQ(camera.Load(kCamera, 3, 0), -1);
+}
+
+TEST_F(EventTest, EventsOfServersStandForOneOfTheirCameras) {
+  for (const int server : {12, 13, 14}) own->AddServer({server, std::to_string(server), "http://a", "secret"});
+  const auto add = [](int id, int server, bool deleting) {
+    own->AddCamera({.id = id,
+                    .name = std::to_string(id),
+                    .videoType = VIDEO_TYPE_MJPEG,
+                    .ownerNdId = server,
+                    .idOnRec = 3,
+                    .deleting = deleting});
+  };
+  add(80, 12, true);
+  add(81, 12, false);
+  add(82, 12, false);
+  add(83, 13, true);
+  const struct {
+    int type, id, server, result, camId;
+  } cases[] = {{0, 44, 12, 0, 81}, {1, 44, 12, 0, 81}, {0, 0, 12, -1, 0}, {0, 44, 13, 0, 83}, {0, 44, 14, -1, 0}};
+  for (const auto& [type, id, server, result, camId] : cases) {
+    const std::unique_ptr<Event> event(RecFactory::NewByType(static_cast<REC_EVENT_TYPE>(type)));
+    EXPECT_EQ(event->Load(id, 0, 0, server), result) << server;
+    EXPECT_EQ(event->GetId(), result == 0 ? id : 0) << server;
+    EXPECT_EQ(event->GetCamId(), camId) << server;
+  }
+  // Nothing of an earlier event stays.
+  Event event;
+  ASSERT_EQ(event.Load(1, 0, 0, 0), 0);
+  ASSERT_EQ(event.Load(44, 0, 0, 12), 0);
+  std::string path;
+  unsigned long long size = 0;
+  EXPECT_EQ(GetEventFullPathAndSize(event, path, size), -1);
 }
 
 TEST_F(EventTest, FilesOutsideTheStorageAreRefused) {

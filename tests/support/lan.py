@@ -1,7 +1,11 @@
 """Hosts with addresses of their own on one private network, for tests of several of them.
 
 A test script calls enter() first of all. That starts it again on a network (tools/network), where its own address is
-GATEWAY and every host can be reached.
+GATEWAY and every host can be reached. For tests in other languages this file is a script itself,
+
+    lan.py COMMAND [ARGUMENT]...
+
+which runs the command on a network, whose directory $OCULORA_NETWORK names.
 """
 
 import atexit
@@ -12,7 +16,7 @@ import subprocess
 import sys
 import tempfile
 
-from oculora_site import CHECKOUT, SITE_TOOL, Site, wait_until
+from oculora_site import CHECKOUT, SITE_TOOL, Site, spawn, wait_until
 
 NETWORK_TOOL = os.path.join(CHECKOUT, "tools", "network")
 GATEWAY = "10.77.0.1"
@@ -68,3 +72,8 @@ class Host(Site):
     def _set_link(self, state):
         link = "host" + self.address.rpartition(".")[2]
         subprocess.run(["ip", "link", "set", link, state], check=True)
+
+
+if __name__ == "__main__":
+    enter()
+    sys.exit(spawn(sys.argv[1:]).wait())

@@ -74,6 +74,14 @@ def _read_request(connection):
         return Request(words[0], words[1], headers, file.read(int(headers.get("Content-Length", 0))))
 
 
+def _head(status, *fields):
+    lines = [f"HTTP/1.1 {status}", "Connection: close", *fields]
+    return "".join(f"{line}\r\n" for line in [*lines, ""]).encode()
+
+
+UNFINISHED = _head("200 OK", "Content-Type: application/json", "Content-Length: 1000")
+
+
 def _has_left(connection, seconds):
     """Whether the client leaves within the time."""
     return bool(select.select([connection], [], [], seconds)[0]) and not connection.recv(1, socket.MSG_PEEK)
@@ -81,13 +89,13 @@ def _has_left(connection, seconds):
 
 def whole(body, content_type="application/json", status="200 OK"):
     """The body, complete."""
-    head = f"HTTP/1.1 {status}\r\nContent-Type: {content_type}\r\nContent-Length: {len(body)}\r\nConnection: close\r\n\r\n"
-    return lambda connection, _: connection.sendall(head.encode() + body)
+    head = _head(status, f"Content-Type: {content_type}", f"Content-Length: {len(body)}")
+    return lambda connection, _: connection.sendall(head + body)
 
 
 def redirect(location):
-    head = f"HTTP/1.1 302 Found\r\nLocation: {location}\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"
-    return lambda connection, _: connection.sendall(head.encode())
+    head = _head("302 Found", f"Location: {location}", "Content-Length: 0")
+    return lambda connection, _: connection.sendall(head)
 
 
 def forward(site, limit=None):
@@ -117,7 +125,7 @@ def garbage(connection, _):
 
 def cut_short(connection, _):
     """Closes in the middle of the body."""
-    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 1000\r\n\r\n{\"success\":true")
+    connection.sendall(UNFINISHED + b'{"success":true')
 
 
 def endless_headers(connection, _):
@@ -128,7 +136,7 @@ def endless_headers(connection, _):
 
 def byte_a_second(connection, _):
     """A true head, and then an answer that takes a quarter of an hour."""
-    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 1000\r\n\r\n")
+    connection.sendall(UNFINISHED)
     for _ in range(1000):
         connection.sendall(b" ")
         if _has_left(connection, 1):

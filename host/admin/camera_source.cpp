@@ -98,12 +98,4 @@ std::string HidePassword(const std::string& source) {
   return shown.replace(part.begin + colon + 1, at - colon - 1, "***");
 }
 
-int VideoTypeByName(const std::string& name) {
-  if (name == "mjpeg") return VIDEO_TYPE_MJPEG;
-  if (name == "mpeg4") return VIDEO_TYPE_MPEG4;
-  if (name == "h264") return VIDEO_TYPE_H264;
-  if (name == "mxpeg") return VIDEO_TYPE_MXPEG;
-  return 0;
-}
-
 }  // namespace oculora

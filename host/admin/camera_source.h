@@ -14,7 +14,4 @@ std::optional<std::string> NormaliseSource(const std::string& source, std::strin
 // `source` fit for showing: a password in a URL becomes "***".
 std::string HidePassword(const std::string& source);
 
-// CAM_VIDEO_TYPE of "mjpeg", "mpeg4", "h264" or "mxpeg"; 0 for another name.
-int VideoTypeByName(const std::string& name);
-
 }  // namespace oculora

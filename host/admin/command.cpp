@@ -2,6 +2,7 @@
 #include "admin/command.h"
 
 #include <cstdio>
+#include <iostream>
 
 namespace oculora {
 
@@ -15,6 +16,16 @@ std::optional<Database> OpenRecords(Database::Mode mode) {
   auto records = Database::Open(mode, &error);
   if (!records) Fail(error);
   return records;
+}
+
+std::optional<std::string> ReadPasswordOrTell() {
+  std::string line;
+  if (!std::getline(std::cin, line)) {
+    Fail("no password came on standard input; give it as one line");
+    return std::nullopt;
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
 }
 
 std::optional<CameraRecord> LoadCameraOrTell(Database& records, int id) {

@@ -32,6 +32,9 @@ int Fail(const std::string& sentence);
 // The records; after a failure, which has been told, nothing.
 std::optional<Database> OpenRecords(Database::Mode mode);
 
+// The password on standard input, one line; after a failure, which has been told, nothing.
+std::optional<std::string> ReadPasswordOrTell();
+
 // The camera with that id; after a failure, which has been told, nothing.
 std::optional<CameraRecord> LoadCameraOrTell(Database& records, int id);
 

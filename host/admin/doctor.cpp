@@ -6,6 +6,7 @@
 
 #include "admin/doctor_machine.h"
 #include "admin/doctor_recordings.h"
+#include "admin/doctor_servers.h"
 #include "admin/doctor_site.h"
 
 namespace oculora {
@@ -45,6 +46,7 @@ int RunDoctor(int port) {
     CheckSharedMemory(findings, *cameras);
     CheckCameras(findings, *cameras);
     CheckRecordings(findings, *cameras);
+    CheckServers(findings, *cameras);
   }
   CheckDisk(findings);
   CheckClock(findings);

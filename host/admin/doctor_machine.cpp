@@ -111,6 +111,7 @@ void CheckPrograms(Findings& findings) {
   CheckPlugin(findings, programs.module, "GetAPITable");
   CheckPlugin(findings, programs.account, "GetAPITable");
   CheckPlugin(findings, programs.events, "GetAPITable");
+  CheckPlugin(findings, programs.servers, "GetAPITable");
   CheckPlugin(findings, programs.segmenter, "FFMPG_GetSegmenterCalls");
   if (access((programs.webDir + "/index.html").c_str(), R_OK) != 0) {
     NoteFailure(findings, "the page in " + programs.webDir + " is missing", "install it again");

@@ -6,7 +6,6 @@
 
 #include "admin/command.h"
 #include "admin/key_file.h"
-#include "admin/key_lines.h"
 #include "relay/stream_key.h"
 
 namespace oculora {

@@ -1,13 +1,10 @@
 // Editing stream-key lines.
 #include "admin/key_lines.h"
 
-#include <algorithm>
 #include <sstream>
 
 namespace oculora {
 namespace {
-
-constexpr std::size_t kMaxKey = 35;
 
 // Whether `line` gives `camera` its keys, by the rules of the reader: spaces around name and "=" do not count.
 bool IsLineOf(const std::string& line, const std::string& camera) {
@@ -36,14 +33,12 @@ std::string Edit(const std::string& text, int camera, std::string line) {
 
 }  // namespace
 
-bool IsStreamKey(const std::string& key) {
-  return !key.empty() && key.size() <= kMaxKey && std::all_of(key.begin(), key.end(), [](char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
-  });
+std::string KeyLine(int camera, const std::string& first, const std::string& second) {
+  return std::to_string(camera) + "=" + first + "/" + second + "\n";
 }
 
 std::string SetKeyLine(const std::string& text, int camera, const std::string& first, const std::string& second) {
-  return Edit(text, camera, std::to_string(camera) + "=" + first + "/" + second + "\n");
+  return Edit(text, camera, KeyLine(camera, first, second));
 }
 
 std::string RemoveKeyLine(const std::string& text, int camera) { return Edit(text, camera, {}); }

@@ -5,8 +5,8 @@
 
 namespace oculora {
 
-// A stream key is 1 to 35 characters of [A-Za-z0-9_-]: readers hold so much, and "/" and "=" structure the file.
-bool IsStreamKey(const std::string& key);
+// The line that gives a camera its keys.
+std::string KeyLine(int camera, const std::string& first, const std::string& second);
 
 // `text` with the lines of `camera` replaced by one with both keys, in the place of the first or at the end. Other
 // lines and comments stay.

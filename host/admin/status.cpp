@@ -14,12 +14,14 @@
 #include "front/serve.h"
 #include "recorder/clock.h"
 #include "records/camera_names.h"
+#include "servers/asking.h"
 #include "velm/process.h"
 
 namespace oculora {
 namespace {
 
 constexpr int kObserveMs = 1000;
+constexpr int kAskSeconds = 4;
 
 struct Programs {
   bool recorder = false;
@@ -76,7 +78,20 @@ Json::Value CameraAsJson(const CameraState& camera) {
   return entry;
 }
 
-void PrintJson(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras) {
+Json::Value ServerAsJson(const ServerState& state) {
+  Json::Value entry;
+  entry["id"] = state.server.id;
+  entry["name"] = state.server.name;
+  entry["url"] = state.server.url;
+  entry["state"] = state.told ? "up" : "down";
+  entry["reason"] = state.reason;
+  entry["recorder"] = state.told && state.told->recorderRuns;
+  entry["clockAhead"] = state.clockAheadSeconds ? Json::Value(Json::Int64{*state.clockAheadSeconds}) : Json::Value();
+  return entry;
+}
+
+void PrintJson(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras,
+               const std::vector<ServerState>& servers) {
   Json::Value root;
   root["recorder"]["running"] = programs.recorder;
   root["front"]["running"] = programs.front;
@@ -89,6 +104,8 @@ void PrintJson(const Programs& programs, const RecordingSummary& recordings, con
     entry["recording"] = CameraRecordingAsJson(recordings, camera.camera, programs.recorder);
     root["cameras"].append(std::move(entry));
   }
+  root["servers"] = Json::Value(Json::arrayValue);
+  for (const ServerState& server : servers) root["servers"].append(ServerAsJson(server));
   Json::StreamWriterBuilder writer;
   writer["precision"] = 6;
   writer["emitUTF8"] = true;
@@ -112,11 +129,19 @@ void PrintStream(const StreamState& stream) {
   printf("\n");
 }
 
-void PrintTable(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras) {
+void PrintServer(const ServerState& state) {
+  printf("server %d \"%s\", %s: %s%s%s%s\n", state.server.id, state.server.name.c_str(), state.server.url.c_str(),
+         state.told ? "up" : "down", state.reason.empty() ? "" : ", ", state.reason.c_str(),
+         state.told && !state.told->recorderRuns ? ", its recorder is not running" : "");
+}
+
+void PrintTable(const Programs& programs, const RecordingSummary& recordings, const std::vector<CameraState>& cameras,
+                const std::vector<ServerState>& servers) {
   printf("recorder    %s\n", programs.recorder ? "running" : "not running");
   const std::string where = programs.address.empty() ? "" : DescribeAddresses(programs.address, programs.port);
   printf("web server  %s%s%s\n", programs.front ? "running" : "not running", where.empty() ? "" : ", ", where.c_str());
   printf("recordings  %s\n", SummaryAsText(recordings).c_str());
+  for (const ServerState& server : servers) PrintServer(server);
   if (cameras.empty()) printf("no cameras\n");
   for (const CameraState& camera : cameras) {
     printf("camera %d \"%s\" (%s): %s%s%s\n", camera.camera.id, camera.camera.name.c_str(),
@@ -140,14 +165,16 @@ int PrintStatus(bool asJson) {
   auto records = OpenRecords(Database::Mode::kReadOnly);
   if (!records) return 1;
   const auto cameras = records->ListCameras();
+  const auto servers = records->ListServers();
   const RecordingSummary recordings = SummariseRecordings(*records);
   if (records->IsUnreadable()) return Fail(records->LastError());
   const Programs programs = LookAtPrograms();
   const auto states = ObserveCameras(cameras, programs.recorder, kObserveMs);
+  const auto serverStates = AskServers(servers, kAskSeconds);
   if (asJson) {
-    PrintJson(programs, recordings, states);
+    PrintJson(programs, recordings, states, serverStates);
   } else {
-    PrintTable(programs, recordings, states);
+    PrintTable(programs, recordings, states, serverStates);
   }
   return 0;
 }

@@ -1,7 +1,6 @@
 // oculora user, oculora login: who may watch.
 #include <cstdio>
 #include <ctime>
-#include <iostream>
 #include <memory>
 
 #include "admin/command.h"
@@ -22,14 +21,6 @@ struct UserOptions {
   bool fromStdin = false;
   std::string allow = "live,playback";
 };
-
-// The first line of standard input; nothing when there is none.
-std::optional<std::string> ReadPassword() {
-  std::string line;
-  if (!std::getline(std::cin, line)) return std::nullopt;
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return line;
-}
 
 // "live,playback" as bits; nothing for another word.
 std::optional<std::uint32_t> ParseOperations(const std::string& text) {
@@ -53,8 +44,8 @@ std::optional<std::uint32_t> ParseOperations(const std::string& text) {
 int AddUser(const UserOptions& options) {
   const auto operations = ParseOperations(options.allow);
   if (!operations) return Fail("--allow takes \"live\", \"playback\", \"live,playback\" or \"none\"");
-  const auto password = ReadPassword();
-  if (!password) return Fail("no password came on standard input; give it as one line");
+  const auto password = ReadPasswordOrTell();
+  if (!password) return 1;
   if (password->size() < kMinPassword) return Fail("the password is too short; use at least 8 characters");
   if (password->size() > kMaxPassword) return Fail("the password is too long; use at most 1024 characters");
   auto records = OpenRecords(Database::Mode::kReadWrite);
@@ -94,8 +85,8 @@ int ListUsers() {
 }
 
 int LogIn(const UserOptions& options) {
-  const auto password = ReadPassword();
-  if (!password) return Fail("no password came on standard input; give it as one line");
+  const auto password = ReadPasswordOrTell();
+  if (!password) return 1;
   auto records = OpenRecords(Database::Mode::kReadWrite);
   if (!records) return 1;
   const auto user = records->FindUser(options.name);

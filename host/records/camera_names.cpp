@@ -22,6 +22,14 @@ const char* VideoTypeName(int videoType) {
   }
 }
 
+int VideoTypeByName(const std::string& name) {
+  if (name == "mjpeg") return VIDEO_TYPE_MJPEG;
+  if (name == "mpeg4") return VIDEO_TYPE_MPEG4;
+  if (name == "h264") return VIDEO_TYPE_H264;
+  if (name == "mxpeg") return VIDEO_TYPE_MXPEG;
+  return 0;
+}
+
 const char* StateName(SourceState state) {
   switch (state) {
     case SourceState::kIdle:

@@ -1,4 +1,6 @@
 // Cameras and their profiles in the records.
+#include "records/camera_rows.h"
+
 #include <algorithm>
 
 #include "records/database_impl.h"
@@ -110,22 +112,20 @@ std::vector<CameraRecord> Database::ListCameras() {
   return cameras;
 }
 
-std::optional<int> Database::AddCamera(const CameraRecord& camera) {
+std::optional<int> InsertCameraRow(DatabaseImpl& database, const CameraRecord& camera) {
   if (std::string wrong = CheckCamera(camera); !wrong.empty()) {
-    m_Impl->lastError = std::move(wrong);
+    database.lastError = std::move(wrong);
     return std::nullopt;
   }
-  Transaction transaction(*m_Impl);
-  if (!transaction.IsOpen()) return std::nullopt;
   {
-    Statement taken(*m_Impl, "SELECT id, name FROM cameras WHERE id = ? OR name = ?");
+    Statement taken(database, "SELECT id, name FROM cameras WHERE id = ? OR name = ?");
     taken.Bind(camera.id).Bind(camera.name);
     if (taken.Row()) {
-      m_Impl->lastError = "camera " + std::to_string(taken.Int(0)) + " \"" + taken.Text(1) + "\" exists already";
+      database.lastError = "camera " + std::to_string(taken.Int(0)) + " \"" + taken.Text(1) + "\" exists already";
       return std::nullopt;
     }
   }
-  Statement insert(*m_Impl, "INSERT INTO cameras VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  Statement insert(database, "INSERT INTO cameras VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   if (camera.id == 0) {
     insert.BindNull();
   } else {
@@ -134,23 +134,45 @@ std::optional<int> Database::AddCamera(const CameraRecord& camera) {
   insert.Bind(camera.name).Bind(camera.videoType).Bind(camera.source).Bind(camera.ownerNdId).Bind(camera.idOnRec);
   insert.Bind(camera.enabled).Bind(camera.deleting).Bind(camera.stayOn).Bind(camera.recordSeconds);
   if (!insert.Run()) return std::nullopt;
-  const int id = static_cast<int>(sqlite3_last_insert_rowid(m_Impl->connection));
-  if (!InsertProfiles(*m_Impl, id, camera.profiles) || !transaction.Commit()) return std::nullopt;
+  const int id = static_cast<int>(sqlite3_last_insert_rowid(database.connection));
+  if (!InsertProfiles(database, id, camera.profiles)) return std::nullopt;
   return id;
 }
 
-bool Database::RemoveCamera(int id) {
+bool ChangeRemoteCameraRow(DatabaseImpl& database, const CameraRecord& camera) {
+  if (std::string wrong = CheckCamera(camera); !wrong.empty()) {
+    database.lastError = std::move(wrong);
+    return false;
+  }
+  Statement update(database,
+                   "UPDATE cameras SET name = ?, video_type = ?, enabled = ? WHERE id = ? AND owner_server = ?");
+  update.Bind(camera.name).Bind(camera.videoType).Bind(camera.enabled).Bind(camera.id).Bind(camera.ownerNdId);
+  if (!update.Run() || !database.ChangedSomething("camera " + std::to_string(camera.id))) return false;
+  Statement clear(database, "DELETE FROM camera_profiles WHERE camera = ?");
+  return clear.Bind(camera.id).Run() && InsertProfiles(database, camera.id, camera.profiles);
+}
+
+bool DeleteCameraRow(DatabaseImpl& database, int id) {
   {
-    Statement recorded(*m_Impl, "SELECT count(*) FROM events WHERE camera = ?");
+    Statement recorded(database, "SELECT count(*) FROM events WHERE camera = ?");
     if (recorded.Bind(id).Row() && recorded.Int(0) > 0) {
-      m_Impl->lastError = "camera " + std::to_string(id) + " has " + std::to_string(recorded.Int(0)) +
-                          " recordings; they must be removed first";
+      database.lastError = "camera " + std::to_string(id) + " has " + std::to_string(recorded.Int(0)) +
+                           " recordings; they must be removed first";
       return false;
     }
   }
-  Statement remove(*m_Impl, "DELETE FROM cameras WHERE id = ?");
-  return remove.Bind(id).Run() && m_Impl->ChangedSomething("camera " + std::to_string(id));
+  Statement remove(database, "DELETE FROM cameras WHERE id = ?");
+  return remove.Bind(id).Run() && database.ChangedSomething("camera " + std::to_string(id));
 }
+
+std::optional<int> Database::AddCamera(const CameraRecord& camera) {
+  Transaction transaction(*m_Impl);
+  if (!transaction.IsOpen()) return std::nullopt;
+  const std::optional<int> id = InsertCameraRow(*m_Impl, camera);
+  return id && transaction.Commit() ? id : std::nullopt;
+}
+
+bool Database::RemoveCamera(int id) { return DeleteCameraRow(*m_Impl, id); }
 
 bool Database::SetCameraEnabled(int id, bool enabled) {
   Statement update(*m_Impl, "UPDATE cameras SET enabled = ? WHERE id = ?");

@@ -120,6 +120,7 @@ class Database {
   std::optional<int> BeginLogin(const std::string& address, std::int64_t nowSeconds);
   bool ForgetLoginFailures(const std::string& address);
 
+  // More about servers stands in records/servers.h.
   bool AddServer(const ServerRecord& server);
   std::vector<ServerRecord> ListServers();
 
@@ -128,6 +129,7 @@ class Database {
 
  private:
   friend class EventTable;
+  friend class ServerTable;
   friend class StorageTable;
   friend class TaskTable;
   struct Impl;

@@ -70,7 +70,7 @@ CREATE TABLE servers (
 
 -- Known names: "record_keep_days" and "record_keep_gb" (0: no limit), "record_reserve_mb" (free space that recording
 -- leaves alone), "cms" ("1": this host manages recording servers), "pair_secret" (shared with the host managing this
--- one).
+-- one; empty: there is none), "pair_name" (what that host calls itself).
 CREATE TABLE settings (
   name   TEXT PRIMARY KEY,
   value  TEXT NOT NULL

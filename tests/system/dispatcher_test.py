@@ -212,7 +212,7 @@ class Libraries(unittest.TestCase):
 
     def test_requests_load_no_large_library(self):  # what is loaded is what a request costs
         for file in ("bin/entry.cgi", "lib/liboculora-host.so", "lib/oculora-account.so",
-                     "lib/oculora-events.so", self.MODULE):
+                     "lib/oculora-events.so", "lib/oculora-servers.so", self.MODULE):
             loaded = subprocess.check_output(["ldd", file], cwd=BUILD, text=True)
             self.assertIn("libjsoncpp", loaded)
             self.assertNotRegex(loaded, self.FORBIDDEN + "|not found", file)

@@ -4,6 +4,7 @@
 
 #include "admin/camera_source.h"
 #include "admin/key_lines.h"
+#include "relay/stream_key.h"
 
 using namespace oculora;
 using namespace std::string_literals;

@@ -1,8 +1,10 @@
 // Who is let in, the event that is meant, the records.
 #include "events/admitting.h"
 
+#include <charconv>
 #include <limits>
 
+#include "admission/pair_match.h"
 #include "velm/admission.h"
 #include "webapi/cgi_input.h"
 #include "webapi/log_line.h"
@@ -19,12 +21,33 @@ bool MayUse(const VELM::APIRequest& request, unsigned needs) {
          ((needs & kNeedLive) == 0 || profile.IsOperAllow(PRIV_OPER_LIVE));
 }
 
+void RefuseUnknown(const std::string& name, VELM::APIResponse& response) {
+  response.SetError(kErrUnknownEvent, "there is no event " + name);
+}
+
+struct NamedEvent {
+  int camId = 0;
+  int number = 0;
+};
+
+// "CAMERA:EVENT", both from 1 on.
+std::optional<NamedEvent> SplitName(const std::string& text) {
+  NamedEvent name;
+  const char* const end = text.data() + text.size();
+  const auto [colon, noCamera] = std::from_chars(text.data(), end, name.camId);
+  if (noCamera != std::errc() || colon == end || *colon != ':') return std::nullopt;
+  const auto [rest, noEvent] = std::from_chars(colon + 1, end, name.number);
+  const bool whole = noEvent == std::errc() && rest == end && name.camId > 0 && name.number > 0;
+  return whole ? std::optional(name) : std::nullopt;
+}
+
 }  // namespace
 
 bool Admit(const VELM::APIRequest& request, VELM::APIResponse& response, unsigned needs) {
-  if (!request.IsAuthorized()) {
+  const bool isPeer = IsPairedPeer(request);
+  if (!isPeer && !request.IsAuthorized()) {
     response.SetError(kErrNotAllowed, "not logged in");
-  } else if (!MayUse(request, needs)) {
+  } else if (!isPeer && !MayUse(request, needs)) {
     response.SetError(kErrNotAllowed, "not allowed");
   } else if ((needs & kNeedPost) != 0 && request.GetEnv("REQUEST_METHOD", "") != "POST") {
     response.SetError(kErrBadParameter, request.GetAPIMethod() + " needs a POST request");
@@ -41,20 +64,33 @@ std::int64_t LongParam(const VELM::APIRequest& request, const std::string& name)
   return value == kMissing ? 0 : value;
 }
 
-std::optional<int> EventIdOf(const VELM::APIRequest& request, VELM::APIResponse& response) {
-  const int id = request.GetParam("eventId", 0).asInt();
-  if (id > 0) return id;
-  response.SetError(kErrBadParameter, "\"eventId\" is required: the number of an event");
-  return std::nullopt;
+std::optional<EventId> EventIdOf(const VELM::APIRequest& request, VELM::APIResponse& response) {
+  const std::string text = request.GetParam("eventId", "").asString();
+  const std::optional<NamedEvent> name = SplitName(text);
+  const int number = name ? name->number : request.GetParam("eventId", 0).asInt();
+  if (number < 1) {
+    response.SetError(kErrBadParameter, "\"eventId\" is required: the number of an event, or CAMERA:EVENT");
+    return std::nullopt;
+  }
+  if (!name) return EventId{number, std::nullopt};
+  Database* records = RequestDatabase();
+  if (records == nullptr) return std::nullopt;
+  std::optional<CameraRecord> camera = records->LoadCamera(name->camId);
+  if (!camera || camera->deleting) {
+    RefuseUnknown(text, response);
+    return std::nullopt;
+  }
+  if (camera->ownerNdId == 0) return EventId{number, std::nullopt};
+  std::optional<RemoteCamera> owner = OwnerOf(std::move(*camera), response);
+  return owner ? std::optional(EventId{number, std::move(owner)}) : std::nullopt;
 }
 
-std::optional<EventRecord> EventOf(const VELM::APIRequest& request, VELM::APIResponse& response) {
-  const std::optional<int> id = EventIdOf(request, response);
+std::optional<EventRecord> LoadEvent(int number, VELM::APIResponse& response) {
   Database* records = RequestDatabase();
-  if (!id || records == nullptr) return std::nullopt;
-  std::optional<EventRecord> event = EventTable(*records).Load(*id);
+  if (records == nullptr) return std::nullopt;
+  std::optional<EventRecord> event = EventTable(*records).Load(number);
   if (event && event->state != EventState::kDeleting) return event;
-  response.SetError(kErrUnknownEvent, "there is no event " + std::to_string(*id));
+  RefuseUnknown(std::to_string(number), response);
   return std::nullopt;
 }
 

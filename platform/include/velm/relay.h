@@ -1,8 +1,8 @@
 // Central management: which host this is, which recording servers it manages, and calls to them.
 //
 // Questions about servers read the records once a request and block like any read of them. Calls to another host may
-// block for 5 s while connecting and end after 35 s without data; a host without the network for them (the open host of
-// this version) answers each call at once with -1, writes nothing to standard output and one line to its log.
+// block for 5 s while connecting and end after 35 s without data. They go one hop far: a request that came from another
+// host is not passed on. A call that fails leaves one line in the host's log.
 #pragma once
 
 #include <json/value.h>
@@ -44,12 +44,18 @@ std::string GetRecCamStmKey(int ownerNdId, int camId);
 // the keys of a fixed list are passed on; another one is left out with a line in the log.
 std::string JsonToStrPair(const Json::Value& object, bool encode, bool skipNull);
 
-// Sends a web-API call and drops its answer. 0 when the server answered with success, else -1.
+// In what follows `query` is text as JsonToStrPair makes it ("encoded"), or exactly the parameters of a live stream, a
+// recording's file or its pictures, with values as they are ("raw"), which are encoded here. A query of any other form
+// is not sent: a value must never become a parameter of its own on the other host.
+
+// Sends a web-API call (encoded) and drops its answer. 0 when the server answered with success within 60 s, else -1.
 int SendWebAPIToRec(int ndId, const std::string& query);
-// Sends a web-API call and writes its answer to standard output after `header`. 0 when a body was passed on, else -1
-// with nothing written: the caller may still answer its client itself.
+// Sends a web-API call (encoded) and writes its answer to standard output after `header`, as it arrives. 0 when all of it
+// was of the type that `header` names. -1 otherwise; the client has got an answer then as well: what the server says
+// under its own type, or status 502 and a sentence.
 int SendWebAPIToRecAndWriteAsHeader(int ndId, const std::string& query, const std::string& header);
-// Passes a streamed answer through to standard output as it arrives. 0 when a body was passed on, else -1 as above.
+// Passes an answer through to standard output as it arrives (raw), with its status, type and ranges. 0 when something
+// was passed on, else -1 with nothing written: the caller answers its client itself.
 int RedirectMFStream(int ndId, const std::string& path, const std::string& query);
 int RedirectMFStream(int ndId, const std::string& query);
 int RedirectWebAPIEvent(int ndId, const std::string& query);

@@ -130,10 +130,11 @@ class Site:
         cameras = json.loads(self.oculora("status", "--json").stdout)["cameras"]
         return next((camera for camera in cameras if camera["id"] == id), None)
 
-    def serve(self):
+    def serve(self, *options):
         """Starts the server and waits until it answers; sets `url` and `port`."""
         with open(self.write(SERVE_LOG), "wb") as log:
-            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", self.serve_port, "--bind", self.address]
+            argv = [os.path.join(BUILD, "bin", "oculora"), "serve", "--port", self.serve_port, "--bind", self.address,
+                    *options]
             self.server = self.popen(argv, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
 
         def serving_at():

@@ -19,7 +19,7 @@ import threading
 import time
 import unittest
 
-from hls_client import in_background
+from side_by_side import in_background
 from oculora_site import BUILD, Site, end, spawn, wait_until
 
 API = "VELM.Oculora.Stream.VideoStreaming"

@@ -84,6 +84,12 @@ void PrintAsJson(const std::vector<CameraRecord>& cameras) {
   printf("%s\n", list.toStyledString().c_str());
 }
 
+// Where its pictures come from, for people.
+std::string OriginOf(const CameraRecord& camera) {
+  if (camera.ownerNdId == 0) return HidePassword(camera.source);
+  return "camera " + std::to_string(camera.idOnRec) + " of server " + std::to_string(camera.ownerNdId);
+}
+
 int ListCameras(const CameraOptions& options) {
   auto records = OpenRecords(Database::Mode::kReadOnly);
   if (!records) return 1;
@@ -99,7 +105,7 @@ int ListCameras(const CameraOptions& options) {
            camera.deleting  ? "removing"
            : camera.enabled ? "enabled"
                             : "disabled",
-           camera.name.c_str(), HidePassword(camera.source).c_str());
+           camera.name.c_str(), OriginOf(camera).c_str());
   }
   return 0;
 }

@@ -1,6 +1,7 @@
 // Checks of recording servers.
 #include "admin/doctor_servers.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "admin/key_file.h"
@@ -48,17 +49,14 @@ void CheckItsClock(Findings& findings, const ServerState& state) {
   }
 }
 
-void CheckItsKeys(Findings& findings, const ServerRecord& server, const std::vector<ToldCamera>& told) {
-  std::size_t missing = 0;
-  std::string first;
-  for (const ToldCamera& camera : told) {
-    if (camera.keys.first.empty() && missing++ == 0) first = "its camera " + std::to_string(camera.id);
-  }
-  if (missing == 0) return;
-  NoteWarning(findings,
-              Which(server) + " has " + std::to_string(missing) + " cameras without stream keys, like " + first,
-              "set them there with \"oculora key set\", then run \"oculora server sync " + std::to_string(server.id) +
-                  "\" here");
+// The secret of the pair opens these too, so there is nothing to be done.
+void TellOfKeylessCameras(Findings& findings, const ServerState& state) {
+  const auto& cameras = state.told->cameras;
+  const auto isKeyless = [](const ToldCamera& camera) { return camera.keys.first.empty(); };
+  const auto count = std::count_if(cameras.begin(), cameras.end(), isKeyless);
+  if (count == 0) return;
+  NoteOk(findings, Which(state.server) + " tells no stream keys for " + std::to_string(count) + " of its " +
+                       std::to_string(cameras.size()) + " cameras; the secret of the pair opens them");
 }
 
 void CheckItsCameras(Findings& findings, const ServerState& state, const std::vector<CameraRecord>& cameras) {
@@ -73,7 +71,7 @@ void CheckItsCameras(Findings& findings, const ServerState& state, const std::ve
     NoteWarning(findings, Which(state.server) + ": stream keys are missing or out of date here", sync);
   }
   for (const std::string& note : state.told->notes) NoteWarning(findings, Which(state.server), note);
-  CheckItsKeys(findings, state.server, state.told->cameras);
+  TellOfKeylessCameras(findings, state);
   if (!state.told->recorderRuns) {
     NoteWarning(findings, Which(state.server) + ": its recorder is not running", "see \"oculora doctor\" there");
   }

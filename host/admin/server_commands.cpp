@@ -58,7 +58,7 @@ std::string Pair(Database& records, ServerRecord& server, const ServerOptions& o
   if (server.secret.empty()) return "no secret can be made; see \"oculora doctor\"";
   ServerTable table(records);
   const CentralRecord before = table.Central();
-  const std::string sentence = PairWithServer({server.url, options.user, password, server.secret, options.replace});
+  std::string sentence = PairWithServer({server.url, options.user, password, server.secret, options.replace});
   if (table.Central().secret != server.secret) return sentence;
   table.SetCentral(before, true);
   return "--url leads to this host itself; a host does not manage itself";

@@ -60,9 +60,11 @@ ServerState JudgeAnswer(const ServerRecord& server, const PeerAnswer& answer) {
 
 std::vector<ServerState> AskServers(const std::vector<ServerRecord>& servers, int totalSeconds) {
   std::vector<PeerCall> calls;
+  calls.reserve(servers.size());
   for (const ServerRecord& server : servers) calls.push_back({server, kQuery});
   const std::vector<PeerAnswer> answers = CallServers(calls, totalSeconds);
   std::vector<ServerState> states;
+  states.reserve(servers.size());
   for (std::size_t i = 0; i < servers.size(); ++i) states.push_back(JudgeAnswer(servers[i], answers[i]));
   return states;
 }

@@ -92,6 +92,15 @@ bool TakeCamera(const Json::Value& item, ServerDescription& told, std::string& r
   return true;
 }
 
+// A server of another kind may give a thousand.
+void ShortenNotes(std::vector<std::string>& notes) {
+  constexpr std::size_t kMostNotes = 5;
+  if (notes.size() <= kMostNotes) return;
+  const std::size_t more = notes.size() - kMostNotes;
+  notes.resize(kMostNotes);
+  notes.push_back("something is left out of " + std::to_string(more) + " more of its cameras");
+}
+
 bool HaveSameId(const ToldCamera& a, const ToldCamera& b) { return a.id == b.id; }
 
 }  // namespace
@@ -112,6 +121,7 @@ std::optional<ServerDescription> ReadDescription(const Json::Value& data, std::s
   for (const Json::Value& item : data["cameras"]) {
     if (!TakeCamera(item, told, reason)) return std::nullopt;
   }
+  ShortenNotes(told.notes);
   std::sort(told.cameras.begin(), told.cameras.end(),
             [](const ToldCamera& a, const ToldCamera& b) { return a.id < b.id; });
   const auto twice = std::adjacent_find(told.cameras.begin(), told.cameras.end(), HaveSameId);

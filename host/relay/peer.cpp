@@ -87,7 +87,12 @@ PeerAnswer Refused(std::string reason) {
   return answer;
 }
 
-PeerAnswer ReadAnswer(const CollectingSink& sink) {
+std::string Unreached(const std::string& error) { return "cannot be reached: " + error; }
+
+// `error`: why not the whole answer came.
+PeerAnswer ReadAnswer(const CollectingSink& sink, const std::string& error) {
+  if (sink.IsTooLarge()) return Refused("its answer is larger than 4 MiB");
+  if (!error.empty()) return Refused(Unreached(error));
   PeerAnswer answer;
   answer.clockAheadSeconds = ClockAhead(sink.Head());
   Json::Value envelope;
@@ -107,8 +112,6 @@ PeerAnswer ReadAnswer(const CollectingSink& sink) {
   return answer;
 }
 
-std::string Unreached(const std::string& error) { return "cannot be reached: " + error; }
-
 std::vector<PeerAnswer> SendAll(const std::vector<HttpCall>& calls) {
   const HttpTable* http = calls.empty() ? nullptr : Http();
   if (http == nullptr) return std::vector<PeerAnswer>(calls.size(), Refused(kUnloadable));
@@ -119,7 +122,7 @@ std::vector<PeerAnswer> SendAll(const std::vector<HttpCall>& calls) {
   http->send(calls.data(), pointers.data(), errors.data(), calls.size());
   std::vector<PeerAnswer> answers;
   for (std::size_t i = 0; i < calls.size(); ++i) {
-    answers.push_back(errors[i].empty() ? ReadAnswer(sinks[i]) : Refused(Unreached(errors[i])));
+    answers.push_back(ReadAnswer(sinks[i], errors[i]));
   }
   return answers;
 }

@@ -54,9 +54,9 @@ bool CollectingSink::Begin(const HttpHead& head) {
 }
 
 bool CollectingSink::Data(const char* bytes, std::size_t size) {
-  if (size > m_MostBytes - m_Body.size()) return false;
-  m_Body.append(bytes, size);
-  return true;
+  m_TooLarge = size > m_MostBytes - m_Body.size();
+  if (!m_TooLarge) m_Body.append(bytes, size);
+  return !m_TooLarge;
 }
 
 bool PassingSink::Begin(const HttpHead& head) {

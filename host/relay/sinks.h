@@ -17,11 +17,13 @@ class CollectingSink : public HttpSink {
 
   const HttpHead& Head() const { return m_Head; }
   const std::string& Body() const { return m_Body; }
+  bool IsTooLarge() const { return m_TooLarge; }
 
  private:
   std::size_t m_MostBytes;
   HttpHead m_Head;
   std::string m_Body;
+  bool m_TooLarge = false;
 };
 
 // Passes an answer on to standard output as it arrives, byte for byte, with its status, type, ranges and what else

@@ -32,6 +32,21 @@ std::string_view Trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
 
+// What people are told of a call that failed, viewers among them: the library's text for these names the address, which
+// is not theirs to know, and a time that makes it another text at each try.
+std::string WhyFailed(CURLcode result, const char* detail) {
+  switch (result) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return "its name has no address";
+    case CURLE_COULDNT_CONNECT:
+      return "nothing answers at its address";
+    case CURLE_OPERATION_TIMEDOUT:
+      return "no answer in time";
+    default:
+      return detail[0] != '\0' ? detail : curl_easy_strerror(result);
+  }
+}
+
 // One call on its way. Stays where it is: the library keeps its address.
 class Transfer {
  public:
@@ -48,7 +63,7 @@ class Transfer {
     if (!m_Refusal.empty()) return m_Refusal;
     if (result == CURLE_OK && !m_Began && !Begin()) return m_Refusal;
     if (result == CURLE_OK) return {};
-    return m_Error[0] != '\0' ? m_Error : curl_easy_strerror(result);
+    return WhyFailed(result, m_Error);
   }
 
  private:

@@ -1,6 +1,6 @@
 """A private site for the browser tests: makes it, serves it, and obeys lines of JSON on standard input until that ends.
 
-    ["user", name, password]  ["camera", name, type, source, {options}]  ["serve"]  ["oculora", arguments...]
+    ["user", name, password]  ["camera", name, type, source, {options}]  ["serve"]  ["stop"]  ["oculora", arguments...]
     ["path", path inside the site]  ["streams"]  ["remux", camera]  ["kill", pid]  ["lose", event]
 
 Each line is answered by one line: {"ok": result} or {"error": text}.
@@ -48,6 +48,9 @@ def obey(site, command, *arguments):
         return site.add_camera(*record, **options)
     if command == "serve":
         return site.url or site.serve()
+    if command == "stop":  # to be served again at the same address
+        site.serve_port, site.url = site.port, None
+        return site.stop()
     if command == "oculora":
         return site.oculora(*arguments).stdout
     if command == "path":

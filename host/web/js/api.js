@@ -6,6 +6,7 @@ const TIMEOUT_MS = 10000;
 export const WRONG_PASSWORD = 410;
 export const SESSION_ENDED = 105;
 export const UNREACHABLE = 0; // no answer at all
+export const NO_SERVER = 502; // none from the camera's recording server
 
 const SENTENCES = {
   [UNREACHABLE]: 'The recorder cannot be reached.',
@@ -27,6 +28,7 @@ const SENTENCES = {
   [WRONG_PASSWORD]: 'The name or the password is wrong.',
   411: 'Too many failed attempts. Please try again in a minute.',
   413: 'The request is too large.',
+  [NO_SERVER]: 'The camera’s recording server does not answer.',
 };
 
 export class ApiError extends Error {

@@ -2,6 +2,7 @@
 // page needs some of them.
 import { fromTemplate, setText } from './dom.js';
 import { pageHash } from './routes.js';
+import { showServers } from './server_line.js';
 import { Tile } from './tile.js';
 
 export const PAGE_SIZE = 4;
@@ -33,7 +34,7 @@ export class GridView {
     for (const picture of this.pictures) picture.show(...watching);
   }
 
-  update(cameras) {
+  update(cameras, servers) {
     const pages = Math.max(1, Math.ceil(cameras.length / PAGE_SIZE));
     const page = Math.min(this.#page, pages);
     const shown = cameras.slice((page - 1) * PAGE_SIZE, page * PAGE_SIZE);
@@ -41,6 +42,7 @@ export class GridView {
     this.#pager(page, pages);
     this.element.querySelector('.grid').dataset.count = shown.length;
     this.element.querySelector('.empty').hidden = cameras.length > 0;
+    showServers(this.element.querySelector('.servers'), servers);
     setText(this.element.querySelector('.summary'), cameras.length === 1 ? '1 camera' : `${cameras.length} cameras`);
   }
 

@@ -2,7 +2,7 @@
 //
 // An engine has `newest` (number of the last slice known, -1 before), `target` (seconds of the longest slice), `delay`
 // (seconds behind the recorder, null when unknown) and stop(). It calls onFailure(error) when it cannot go on.
-import { ApiError, UNREACHABLE } from './api.js';
+import { ApiError, NO_SERVER, UNREACHABLE } from './api.js';
 import { readPlaylist } from './playlist.js';
 
 const H264 = 'video/mp4; codecs="avc1.42E01E"';
@@ -81,6 +81,7 @@ function explain(Hls, { type, details, response }) {
     return new Unplayable('This browser cannot play this camera’s kind of H.264.');
   }
   if (type === Hls.ErrorTypes.NETWORK_ERROR && !response?.code) return new ApiError(UNREACHABLE);
+  if (response?.code === NO_SERVER) return new ApiError(NO_SERVER);
   return new Error('The stream has broken off.');
 }
 

@@ -1,6 +1,6 @@
 // The HLS streams that this page has opened on the recorder. The recorder counts their users: one Open a camera, one
 // Close for it, one after the other.
-import { ApiError, UNREACHABLE, post, postLast, refusalToWatch, url } from './api.js';
+import { ApiError, NO_SERVER, UNREACHABLE, post, postLast, refusalToWatch, url } from './api.js';
 import { readPlaylist } from './playlist.js';
 
 const API = 'VELM.Oculora.Stream.VideoStreaming';
@@ -64,7 +64,7 @@ class HlsSession {
     this.#usable = false;
     const closing = this.#next(async () => {
       if (!this.#opened) return;
-      const playlist = await readPlaylist(this.url);
+      const playlist = await this.#readPlaylist();
       if (newest >= 0 && (playlist?.newest ?? -1) < newest) this.#opened = false;
       await this.#close();
     });
@@ -118,11 +118,22 @@ class HlsSession {
     if (epoch === this.#epoch) this.#opened = false;
   }
 
+  // A server that is silent is asked for no Close later: it may have lost the count, and a Close too many would end what
+  // others watch, while one too few is made up for when nobody fetches slices any more.
+  async #readPlaylist() {
+    try {
+      return await readPlaylist(this.url);
+    } catch (error) {
+      if (error.code === NO_SERVER) this.#opened = this.#usable = false;
+      throw error;
+    }
+  }
+
   async #untilPlayable() {
     const end = performance.now() + PLAYLIST_MS;
     const epoch = this.#epoch;
     while (this.#users > 0 && epoch === this.#epoch) {
-      const playlist = await readPlaylist(this.url);
+      const playlist = await this.#readPlaylist();
       if (playlist) return;
       if (performance.now() > end) throw new ApiError(403, 'The camera sends no pictures.');
       await pause(PLAYLIST_POLL_MS);

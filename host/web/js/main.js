@@ -63,7 +63,7 @@ function route(before) {
 }
 
 function updateView() {
-  view.update(list.cameras);
+  view.update(list.cameras, list.servers);
   titlePage();
 }
 
@@ -142,11 +142,13 @@ function renderNotice() {
   }
 }
 
-// A stream ended: the list says whether the camera, the session or the network is why; else another window may be.
+// A stream ended: the list says whether the camera, its server, the session or the network is why; else another window
+// may be, which never ends the streams of other servers.
 async function onStreamEnd({ error, target }) {
+  if (target.camera.remote) list.refreshServers();
   await list.refresh();
-  if (!target.exclusive) return;
-  const well = exclusive().filter((picture) => picture.camera.state === 'streaming');
+  if (!target.exclusive || target.camera.remote) return;
+  const well = exclusive().filter(({ camera }) => !camera.remote && camera.state === 'streaming');
   if (!error && !trouble && well.length > 0 && !well.some((picture) => picture.live)) instance.lostAll();
 }
 

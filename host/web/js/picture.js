@@ -81,8 +81,10 @@ export class LivePicture extends EventTarget {
     const before = this.camera;
     this.#take(camera);
     if (!isWatchable(camera)) {
+      if (camera.state === 'away' && this.live) return; // it does come: believe the eye
       this.#close();
       this.#phase = 'stopped';
+      this.#tries = 0;
     } else if (!this.#open) {
       const better = before.state !== camera.state && camera.state !== 'failed';
       if (!isWatchable(before) || this.#phase === 'stopped' || (better && this.#phase === 'ended')) this.#openIfPossible();

@@ -1,21 +1,14 @@
 // What a camera's picture says: from its record and its stream to words. Pure, so that every case can be tested.
 import { formatOf, typeName } from './formats.js';
-
-// A stream's phases: stopped (nobody should watch), opening (no picture yet), live, stalled (pictures stopped coming),
-// ended (over; another try follows).
-export const sentence = (text) => {
-  const trimmed = text.trim();
-  if (!trimmed) return '';
-  const capital = trimmed[0].toUpperCase() + trimmed.slice(1);
-  return /[.!?…]$/.test(capital) ? capital : `${capital}.`;
-};
+import { sentence } from './sentence.js';
 
 // Whether a stream may be opened for this camera at all.
 export const isWatchable = (camera) =>
-  camera.enabled && camera.state !== 'disabled' && camera.state !== 'off' && Boolean(formatOf(camera).Player);
+  camera.enabled && !['disabled', 'off', 'away'].includes(camera.state) && Boolean(formatOf(camera).Player);
 
 // {tone: live|busy|problem|quiet, symbol, label, title, detail}; label is one or two words, title and detail stand on
-// the picture.
+// the picture. `phase` of the stream: stopped (nobody should watch), opening (no picture yet), live, stalled (pictures
+// stopped coming), ended (over; another try follows).
 export function describe(camera, phase, endReason = '') {
   const reason = sentence(camera.reason ?? '');
   if (camera.state === 'gone') return quiet('nocamera', 'Not found', 'There is no such camera', 'It may have been removed.');
@@ -29,6 +22,9 @@ export function describe(camera, phase, endReason = '') {
   const { unknown, opening } = formatOf(camera);
   if (unknown) return quiet('film', typeName(camera), `${typeName(camera)} camera`, unknown);
   if (phase === 'live') return { tone: 'live', symbol: '', label: 'Live', title: '', detail: '' };
+  if (camera.state === 'away') {
+    return problem('offline', 'Server down', `${camera.serverName} is down`, `${reason} The picture returns by itself.`.trim());
+  }
   if (camera.state === 'failed') {
     return problem('nocamera', 'No picture', 'No picture', `${reason || 'The camera does not answer.'} Trying again.`);
   }

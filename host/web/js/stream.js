@@ -2,7 +2,7 @@
 //
 // The stream is read with fetch rather than by an <img>: browsers do not tell a page when the pictures of an <img> stop
 // coming, and a still picture that looks live is the one fault a camera page must not have.
-import { ApiError, UNREACHABLE, refusalToWatch, unwrap } from './api.js';
+import { ApiError, NO_SERVER, UNREACHABLE, refusalToWatch, unwrap } from './api.js';
 import { MultipartReader } from './multipart.js';
 
 export class PictureStream {
@@ -70,7 +70,8 @@ function refuse(answer) {
   }
 }
 
-// A camera of which the recorder holds no picture yet is refused in plain text.
+// A camera of which the recorder holds no picture yet is refused in plain text, and so is one whose server is silent.
 function notYet(text) {
+  if (text.startsWith('Format not supported')) return new ApiError(NO_SERVER);
   return text.startsWith('Failed to view') ? new ApiError(403, 'The camera has not sent a picture yet.') : new ApiError(400);
 }

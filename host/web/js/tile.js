@@ -4,6 +4,7 @@ import { announce, fromTemplate, setText } from './dom.js';
 import { LivePicture } from './picture.js';
 import { showMark } from './recordings/mark.js';
 import { cameraHash } from './routes.js';
+import { showServerName } from './server_line.js';
 
 export class Tile {
   constructor(camera, onEnd) {
@@ -49,6 +50,7 @@ export function showState(element, picture) {
   setText(state, picture.facts && tone === 'live' ? `${label} · ${picture.facts}` : label);
   note.hidden = !picture.note || tone !== 'live';
   setText(note, picture.note);
+  showServerName(element.querySelector('.server'), picture.camera.serverName);
   showMark(element, picture.camera);
 }
 

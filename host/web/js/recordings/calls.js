@@ -1,10 +1,11 @@
 // Recordings at the recorder: asking for them, and where their files and frames are.
-import { ApiError, SESSION_ENDED, UNREACHABLE, post, unwrap, url } from '../api.js';
-import { sentence } from '../status.js';
+import { ApiError, NO_SERVER, SESSION_ENDED, UNREACHABLE, post, unwrap, url } from '../api.js';
+import { sentence } from '../sentence.js';
 
 const API = 'VELM.Oculora.Event';
 const STREAM = 'VELM.Oculora.Stream';
 const NO_FILE = 400;
+const UNKNOWN = 401;
 const SAID_BETTER = new Set([100, 101, 400, 401, 402, 403, 404, 405]); // the recorder gives the reason in words
 const TIMEOUT_MS = 10000;
 
@@ -26,13 +27,15 @@ function inWords(error) {
 const received = (event) => ({
   ...event,
   camera: event.camera || `Camera ${event.cameraId}`, // one that was removed has no name
+  remote: typeof event.id === 'string', // recorded by another server: then the id is a text; what it says is its affair
   receivedAt: performance.now(),
 });
 
-// { events, next }: newest first, and where the next page begins ('' when this was the last).
+// { events, next, servers }: newest first, where the next page begins ('' when this was the last), and the recording
+// servers whose events are missing, each { id, name, reason }.
 export async function listEvents({ cameraId, from, to, after = '', limit = 50 }) {
-  const { events, next = '' } = await call('List', { cameraId, from, to, after, limit });
-  return { events: events.map(received), next };
+  const { events, next = '', servers = [] } = await call('List', { cameraId, from, to, after, limit });
+  return { events: events.map(received), next, servers };
 }
 
 export const getEvent = async (eventId) => received(await call('Get', { eventId }));
@@ -58,17 +61,18 @@ export function newTimestamp() {
   return (high >>> 11) * 2 ** 32 + low || 1;
 }
 
-// Why frames are refused, from an answer that has none.
-export async function explainNoFrames(response) {
+// Why frames are refused, from an answer that has none; to be called with the event they are of.
+export const explainNoFrames = (event) => async (response) => {
   const type = response.headers.get('content-type') ?? '';
   if (!type.includes('json')) throw new Error('Its pictures cannot be read: the file is damaged or of a kind not known here.');
-  throw refusalIn(await response.json());
-}
+  throw refusalIn(await response.json(), event);
+};
 
-function refusalIn(answer) {
+function refusalIn(answer, event) {
   try {
     unwrap(answer);
   } catch (error) {
+    if (event.remote && error.code === UNKNOWN) return new ApiError(NO_SERVER, 'Its recording server does not answer.');
     return inWords(error);
   }
   return new ApiError(117);
@@ -80,7 +84,7 @@ export async function whyNoFile(event) {
     const headers = { Range: 'bytes=0-0' };
     const response = await fetch(fileUrl(event), { headers, cache: 'no-store', signal: AbortSignal.timeout(TIMEOUT_MS) });
     const type = response.headers.get('content-type') ?? '';
-    return type.includes('json') ? refusalIn(await response.json()) : null;
+    return type.includes('json') ? refusalIn(await response.json(), event) : null;
   } catch {
     return new ApiError(UNREACHABLE);
   }

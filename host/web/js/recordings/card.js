@@ -1,7 +1,8 @@
 // One recording in the list: its thumbnail, when, where and how long; the whole card leads to it.
 import { fromTemplate, setText } from '../dom.js';
 import { recordingHash } from '../routes.js';
-import { sentence } from '../status.js';
+import { sentence } from '../sentence.js';
+import { showServerName } from '../server_line.js';
 import { thumbnailUrl } from './calls.js';
 import { causeName, clock, lengthNow, size, span, spanInWords } from './words.js';
 
@@ -22,13 +23,15 @@ export class EventCard {
     return this.#find('a');
   }
 
-  update(event, filter) {
+  // `serverName`: of the server that recorded it, '' when it is this host.
+  update(event, filter, serverName) {
     const before = this.#event;
     this.#event = event;
     this.link.href = recordingHash(event.id, filter);
     this.element.dataset.state = event.state;
     setText(this.link, clock(event.start));
     setText(this.#find('.camera'), event.camera);
+    showServerName(this.#find('.server'), serverName);
     setText(this.#find('.reason'), event.state === 'failed' ? sentence(event.reason || 'It could not be recorded') : '');
     setText(this.#find('.mark span'), MARKS[event.state] ?? '');
     this.#find('.mark').hidden = !MARKS[event.state];

@@ -5,16 +5,15 @@ import { filterQuery, rangeOf } from './filter.js';
 const POLL_MS = 5000;
 const PAGE = 48;
 
-const older = (a, b) => a.start < b.start || (a.start === b.start && a.id < b.id);
-
 // Dispatches 'change' when events, error or pending changed.
 export class EventList extends EventTarget {
   #range;
   #next = '';
   #timer = 0;
   #running = false;
-  #refreshing = false;
+  #refreshing = null;
   events = [];
+  missing = []; // servers whose events are not among them: { id, name, reason }
   error = null; // why the last answer did not come
   loaded = false;
   pending = false; // more are being fetched
@@ -51,6 +50,7 @@ export class EventList extends EventTarget {
       if (after === this.#next) {
         this.events = [...this.events, ...page.events];
         this.#next = page.next;
+        this.missing = united(page.servers, this.missing);
       }
       this.error = null;
     } catch (error) {
@@ -60,19 +60,35 @@ export class EventList extends EventTarget {
     this.#changed();
   }
 
-  // Fetches the newest again.
-  async refresh() {
-    if (this.#refreshing) return;
-    this.#refreshing = true;
+  // Fetches the newest again; who asks meanwhile shares the answer.
+  refresh() {
+    this.#refreshing ??= this.#refresh().finally(() => (this.#refreshing = null));
+    return this.#refreshing;
+  }
+
+  async #refresh() {
     try {
-      this.#merge(await this.#ask({}));
+      const page = await this.#ask({});
+      if (this.missing.some(({ id }) => !page.servers.some((server) => server.id === id))) await this.#refill(page);
+      this.#merge(page);
       this.loaded = true;
       this.error = null;
     } catch (error) {
       this.error = error;
     }
-    this.#refreshing = false;
     this.#changed();
+  }
+
+  // A server is back whose events were missing on every page: all of them are asked for again.
+  async #refill(page) {
+    const oldest = this.events.at(-1)?.start ?? Infinity;
+    while (page.next && !(page.events.at(-1)?.start <= oldest)) {
+      const more = await this.#ask({ after: page.next });
+      page.events.push(...more.events);
+      page.servers = united(more.servers, page.servers);
+      page.next = more.next;
+    }
+    this.events = [];
   }
 
   async #poll() {
@@ -88,12 +104,13 @@ export class EventList extends EventTarget {
   }
 
   // What the new first page covers it replaces; what is known beyond it stays, unless there may be a hole between.
-  #merge({ events, next }) {
+  #merge({ events, next, servers }) {
     const last = events.at(-1);
-    const known = new Set(this.events.map(({ id }) => id));
-    const joins = next && last && events.some(({ id }) => known.has(id));
-    const rest = joins ? this.events.filter((event) => older(event, last)) : [];
+    const covered = new Set(events.map(({ id }) => id));
+    const joins = next && last && this.events.some(({ id }) => covered.has(id));
+    const rest = joins ? this.events.filter(({ id, start }) => start <= last.start && !covered.has(id)) : [];
     this.events = [...events, ...rest];
+    this.missing = servers;
     if (rest.length === 0) this.#next = next;
   }
 
@@ -101,6 +118,9 @@ export class EventList extends EventTarget {
     this.dispatchEvent(new Event('change'));
   }
 }
+
+// Two lists of servers as one; what the first says of a server counts.
+const united = (first, second) => [...new Map([...second, ...first].map((server) => [server.id, server])).values()];
 
 let latest = null; // { key, list }
 

@@ -1,6 +1,6 @@
 // Plays one event in a stage: as a file where the browser can, or frame by frame; says why when neither goes.
 import { fromTemplate, setText } from '../dom.js';
-import { sentence } from '../status.js';
+import { sentence } from '../sentence.js';
 import { FilePlayer, canPlayFile } from './file_player.js';
 import { FrameControls } from './frame_controls.js';
 import { FramePlayer } from './frame_player.js';

@@ -3,6 +3,7 @@ import { SESSION_ENDED } from '../api.js';
 import { announce, fromTemplate, setText } from '../dom.js';
 import { setLink } from '../grid.js';
 import { recordingHash, recordingsHash } from '../routes.js';
+import { showServerName } from '../server_line.js';
 import { fileUrl, getEvent, keepEvent, removeEvent } from './calls.js';
 import { EventPlayer } from './event_player.js';
 import { forgetList } from './event_list.js';
@@ -16,6 +17,7 @@ export class EventView {
   #id;
   #filter;
   #event = null; // once known
+  #serverNames = new Map(); // camera id: name
   #player;
   #timer = 0;
   #closed = false;
@@ -46,7 +48,10 @@ export class EventView {
     if (seen && this.#event && !this.#timer) this.#schedule();
   }
 
-  update() {}
+  update(cameras) {
+    this.#serverNames = new Map(cameras.map(({ id, serverName = '' }) => [id, serverName]));
+    this.#renderServer();
+  }
 
   focus() {
     scrollTo(0, 0);
@@ -126,6 +131,10 @@ export class EventView {
     this.#find('.back').click();
   }
 
+  #renderServer() {
+    showServerName(this.#find('.server'), this.#serverNames.get(this.#event?.cameraId));
+  }
+
   #render() {
     const event = this.#event;
     const facts = [causeName(event)];
@@ -135,6 +144,7 @@ export class EventView {
     this.title = `${event.camera}, ${clock(event.start)}`;
     setText(document.querySelector('title'), `${this.title} – Oculora`);
     setText(this.#find('h1'), event.camera);
+    this.#renderServer();
     setText(this.#find('.when'), moment(event.start));
     setText(this.#find('.state'), facts.join(' · '));
     const hasFile = event.state === 'ready' || event.state === 'recording';

@@ -28,7 +28,7 @@ export class FilterForm {
   // The cameras there are.
   update(cameras) {
     const { camera } = this.#form.elements;
-    const wanted = [[0, 'All cameras'], ...cameras.map(({ id, name }) => [id, name])];
+    const wanted = [[0, 'All cameras'], ...cameras.map(({ id, name, serverName }) => [id, serverName ? `${name} – ${serverName}` : name])];
     const options = [...camera.options].map(({ value, text }) => [Number(value), text]);
     if (JSON.stringify(wanted) === JSON.stringify(options)) return;
     const chosen = Number(camera.value);

@@ -19,7 +19,9 @@ export class FrameControls {
     this.#find('.step').addEventListener('click', () => this.step(1));
     this.#find('.seek').addEventListener('input', () => this.#drag());
     this.#find('.seek').addEventListener('change', () => this.#drop());
-    this.#find('.rates').append(...RATES.map((rate) => this.#rateButton(rate)));
+    this.#find('.speed').hidden = !player.hasRates;
+    this.#find('.one-speed').hidden = player.hasRates;
+    if (player.hasRates) this.#find('.rates').append(...RATES.map((rate) => this.#rateButton(rate)));
     player.addEventListener('change', () => this.#render());
     this.#render();
   }

@@ -1,4 +1,4 @@
-// Plays an event picture by picture in a canvas, with any rate and to the frame.
+// Plays an event picture by picture in a canvas, to the frame and, when it is this host's, with any rate.
 //
 // The recorder paces the frames and does not number them. A part's number is counted: the first is the one asked for, and
 // each further one comes as many frames later as the rate says that the recorder had when the one before was sent. Around
@@ -31,6 +31,11 @@ export class FramePlayer extends EventTarget {
 
   get playing() {
     return this.#run !== null && !this.#run.single;
+  }
+
+  // Whether the rate can be changed; another server plays at its own.
+  get hasRates() {
+    return !this.#event.remote;
   }
 
   // How many frames there are; 0 while that is unknown.
@@ -91,7 +96,7 @@ export class FramePlayer extends EventTarget {
     run.queue = new DecodeQueue((bitmap, frame) => this.#paint(run, bitmap, frame));
     this.#run = run;
     const address = framesUrl(this.#event, { first, last, timestamp, rate: run.rate });
-    run.stream = new PictureStream(address, (part) => this.#take(run, part), (error) => this.#close(run, error), explainNoFrames);
+    run.stream = new PictureStream(address, (part) => this.#take(run, part), (error) => this.#close(run, error), explainNoFrames(this.#event));
     this.#changed();
   }
 

@@ -2,6 +2,7 @@
 import { SESSION_ENDED } from '../api.js';
 import { announce, fromTemplate, setText } from '../dom.js';
 import { recordingsHash } from '../routes.js';
+import { sentence } from '../sentence.js';
 import { EventCard } from './card.js';
 import { listOf } from './event_list.js';
 import { FilterForm } from './filter_form.js';
@@ -12,7 +13,8 @@ export class ListView {
   #filter;
   #list;
   #form;
-  #cards = new Map(); // event id: EventCard
+  #cards = new Map(); // event id, as text: EventCard
+  #serverNames = new Map(); // camera id: name
   #days = new Map(); // day: section
   #seen = false;
   #ticker;
@@ -28,7 +30,7 @@ export class ListView {
     });
     const more = this.element.querySelector('.more button');
     more.addEventListener('click', () => this.#list.loadMore());
-    this.element.querySelector('.again').addEventListener('click', () => this.#list.refresh());
+    for (const again of this.element.querySelectorAll('.again')) again.addEventListener('click', () => this.#tryAgain(again));
     this.#watcher = new IntersectionObserver(([{ isIntersecting }]) => isIntersecting && this.#loadAhead(), { rootMargin: '600px' });
     this.#watcher.observe(this.element.querySelector('.more'));
     this.#ticker = setInterval(() => this.#tick(), 1000);
@@ -50,6 +52,9 @@ export class ListView {
 
   update(cameras) {
     this.#form.update(cameras);
+    const before = this.#serverNames;
+    this.#serverNames = new Map(cameras.map(({ id, serverName = '' }) => [id, serverName]));
+    if (cameras.some(({ id }) => this.#serverNames.get(id) !== before.get(id))) this.#renderCards();
   }
 
   // Focuses the card of event `id`, where the page was left, or the heading.
@@ -91,21 +96,37 @@ export class ListView {
   }
 
   #tick() {
-    for (const event of this.#list.events) if (event.state === 'recording') this.#cards.get(event.id)?.tick();
+    for (const event of this.#list.events) if (event.state === 'recording') this.#cards.get(String(event.id))?.tick();
+  }
+
+  async #tryAgain(button) {
+    setText(button, 'Trying …');
+    await this.#list.refresh();
+    setText(button, 'Try again');
   }
 
   #render() {
     const { error } = this.#list;
     if (error?.code === SESSION_ENDED) this.#onTrouble();
+    this.#renderMissing();
     this.#renderCards();
     this.#renderEnd();
+  }
+
+  // Whose recordings are not in the list, and why.
+  #renderMissing() {
+    const { missing } = this.#list;
+    const block = this.element.querySelector('.missing');
+    block.hidden = missing.length === 0;
+    const text = missing.map(({ name, reason }) => sentence(`Recordings of ${name} are missing: ${reason || 'it does not answer'}`));
+    setText(block.querySelector('p'), text.join('\n'));
   }
 
   #renderCards() {
     const { events } = this.#list;
     const groups = groupByDay(events);
     this.#keepOnly(this.#days, groups);
-    this.#keepOnly(this.#cards, new Set(events.map(({ id }) => id)));
+    this.#keepOnly(this.#cards, new Set(events.map(({ id }) => String(id))));
     const parent = this.element.querySelector('.days');
     let at = 0;
     for (const [day, ofDay] of groups) {
@@ -119,9 +140,9 @@ export class ListView {
 
   #fill(list, events) {
     events.forEach((event, index) => {
-      const card = this.#cards.get(event.id) ?? new EventCard();
-      this.#cards.set(event.id, card);
-      card.update(event, this.#filter);
+      const card = this.#cards.get(String(event.id)) ?? new EventCard();
+      this.#cards.set(String(event.id), card);
+      card.update(event, this.#filter, this.#serverNames.get(event.cameraId));
       if (list.children[index] !== card.element) list.insertBefore(card.element, list.children[index] ?? null);
     });
   }
@@ -147,10 +168,10 @@ export class ListView {
 
   // What stands below the list, or instead of it.
   #renderEnd() {
-    const { events, loaded, pending, error, complete } = this.#list;
+    const { events, missing, loaded, pending, error, complete } = this.#list;
     const find = (selector) => this.element.querySelector(selector);
     const filtered = Boolean(this.#filter.camera || this.#filter.day);
-    const empty = loaded && complete && events.length === 0 && !error;
+    const empty = loaded && complete && events.length === 0 && missing.length === 0 && !error;
     find('.empty').hidden = !empty;
     setText(find('.empty h2'), filtered ? 'Nothing was recorded then' : 'Nothing was recorded yet');
     find('.empty .first').hidden = filtered;

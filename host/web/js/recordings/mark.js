@@ -1,6 +1,6 @@
 // What stands beside a live picture about its recording: a word, and the reason when it does not work.
 import { setText } from '../dom.js';
-import { sentence } from '../status.js';
+import { sentence } from '../sentence.js';
 import { takeOf } from './takes.js';
 
 const WORDS = { recording: 'Recording', waiting: 'Recording waits', failed: 'Not recorded' };

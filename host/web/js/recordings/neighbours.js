@@ -11,12 +11,13 @@ export async function neighboursOf(event) {
 }
 
 const seconds = (event) => Math.floor(event.start / 1000);
-const follows = (a, b) => a.start > b.start || (a.start === b.start && a.id > b.id);
+const placeOf = (event, events) => events.findIndex(({ id }) => id === event.id);
 
 async function findBefore(event) {
   const range = { cameraId: event.cameraId, from: 0, to: seconds(event) + 1 };
   const { events } = await listEvents({ ...range, limit: 20 });
-  return events.find((other) => follows(event, other)) ?? null;
+  const at = placeOf(event, events);
+  return (at < 0 ? events.find(({ start }) => start < event.start) : events[at + 1]) ?? null;
 }
 
 // Lists begin with the newest, so the range is widened until there is one and narrowed until one page holds them all.
@@ -26,7 +27,8 @@ async function findAfter(event) {
   let to = from + HOUR;
   for (let tries = 0; tries < TRIES; tries += 1) {
     const { events, next } = await listEvents({ cameraId: event.cameraId, from, to, limit: 50 });
-    const later = events.filter((other) => follows(other, event));
+    const at = placeOf(event, events);
+    const later = at < 0 ? events.filter(({ start }) => start > event.start) : events.slice(0, at);
     const middle = from + Math.floor((to - from) / 2);
     if (later.length > 0 && (!next || later.length < events.length || middle === from)) return later.at(-1);
     if (later.length > 0) {

@@ -10,7 +10,7 @@ export function recordButton(button, picture) {
     const { camera } = picture;
     const take = takeOf(camera.id);
     const running = isRunning(take);
-    button.hidden = !camera.recording || camera.remote || !(isWatchable(camera) || running);
+    button.hidden = !camera.recording || !(isWatchable(camera) || running);
     button.setAttribute('aria-pressed', running);
     const words = wordsFor(take);
     button.setAttribute('aria-label', running ? `${words}, stop recording ${camera.name}` : `${words} ${camera.name}`);

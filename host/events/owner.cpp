@@ -15,11 +15,11 @@
 namespace oculora {
 namespace {
 
-constexpr int kPatienceSeconds = 10;
+constexpr int kPatienceSeconds = 8;  // the page waits for ten
 constexpr std::size_t kMostCaching = 100;
 
 // Whether the server understood and believed this host, and refused all the same: then it says why in its own words.
-bool IsItsVerdict(int code) { return code != 0 && (code <= kErrBadParameter || code > kErrNotAllowed); }
+bool IsItsVerdict(int code) { return code == kErrFailed || code == kErrBadParameter || code > kErrNotAllowed; }
 
 // Answers for a server that did not do what it was asked for.
 void RefuseFor(const ServerRecord& server, const PeerAnswer& answer, VELM::APIResponse& response) {
@@ -41,9 +41,9 @@ PeerAnswer ReadRefusal(const std::string& body) {
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     if (!reader->parse(body.data(), body.data() + body.size(), &envelope, nullptr)) return answer;
     const Json::Value& error = envelope["error"];
-    const int code = error["code"].asInt();
-    answer.reason = error["data"].asString();
-    answer.code = code;
+    const std::string words = error["data"].asString();
+    answer.code = error["code"].asInt();
+    if (answer.code != 0) answer.reason = words;
   } catch (const Json::Exception&) {  // of another form
   }
   return answer;

@@ -89,10 +89,10 @@ PeerAnswer Refused(std::string reason) {
 
 std::string Unreached(const std::string& error) { return "cannot be reached: " + error; }
 
-// `error`: why not the whole answer came.
-PeerAnswer ReadAnswer(const CollectingSink& sink, const std::string& error) {
+// `failure`: why not the whole answer came; empty when it did.
+PeerAnswer ReadAnswer(const CollectingSink& sink, const std::string& failure) {
   if (sink.IsTooLarge()) return Refused("its answer is larger than 4 MiB");
-  if (!error.empty()) return Refused(Unreached(error));
+  if (!failure.empty()) return Refused(Unreached(failure));
   PeerAnswer answer;
   answer.clockAheadSeconds = ClockAhead(sink.Head());
   Json::Value envelope;

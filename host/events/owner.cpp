@@ -1,10 +1,7 @@
 // Requests passed on to the recording server that has the event.
 #include "events/owner.h"
 
-#include <json/reader.h>
-
 #include <algorithm>
-#include <memory>
 
 #include "events/admitting.h"
 #include "events/picture_answer.h"
@@ -33,19 +30,9 @@ void RefuseFor(const ServerRecord& server, const PeerAnswer& answer, VELM::APIRe
 }
 
 // What a server answered in place of a picture.
-PeerAnswer ReadRefusal(const std::string& body) {
-  PeerAnswer answer;
-  answer.reason = kSenseless;
-  try {
-    Json::Value envelope;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(body.data(), body.data() + body.size(), &envelope, nullptr)) return answer;
-    const Json::Value& error = envelope["error"];
-    const std::string words = error["data"].asString();
-    answer.code = error["code"].asInt();
-    if (answer.code != 0) answer.reason = words;
-  } catch (const Json::Exception&) {  // of another form
-  }
+PeerAnswer ReadRefusal(const CollectingSink& sink) {
+  PeerAnswer answer = ReadAnswer(sink.Head(), sink.Body());
+  if (answer.success) answer.reason = kSenseless;
   return answer;
 }
 
@@ -94,7 +81,7 @@ void PassThumbnail(const RemoteCamera& owner, int eventId, VELM::APIResponse& re
     AnswerWithPicture(sink.Body(), CachingOf(sink.Head()), response);
     return;
   }
-  if (answer.reason.empty()) answer = ReadRefusal(sink.Body());
+  if (answer.reason.empty()) answer = ReadRefusal(sink);
   RefuseFor(owner.server, answer, response);
 }
 

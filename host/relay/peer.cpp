@@ -90,26 +90,9 @@ PeerAnswer Refused(std::string reason) {
 std::string Unreached(const std::string& error) { return "cannot be reached: " + error; }
 
 // `failure`: why not the whole answer came; empty when it did.
-PeerAnswer ReadAnswer(const CollectingSink& sink, const std::string& failure) {
+PeerAnswer ReadCollected(const CollectingSink& sink, const std::string& failure) {
   if (sink.IsTooLarge()) return Refused("its answer is larger than 4 MiB");
-  if (!failure.empty()) return Refused(Unreached(failure));
-  PeerAnswer answer;
-  answer.clockAheadSeconds = ClockAhead(sink.Head());
-  Json::Value envelope;
-  if (!ParseObject(sink.Body(), envelope) || !envelope["success"].isBool()) {
-    answer.reason = "its answer makes no sense (HTTP status " + std::to_string(sink.Head().status) + ")";
-    return answer;
-  }
-  answer.success = envelope["success"].asBool();
-  if (answer.success) {
-    answer.data = envelope["data"];
-    return answer;
-  }
-  const Json::Value& error = envelope["error"];
-  if (error.isObject() && error["code"].isInt()) answer.code = error["code"].asInt();
-  const Json::Value text = error.isObject() ? error["data"] : Json::Value();
-  answer.reason = text.isString() ? text.asString() : "it answers error " + std::to_string(answer.code);
-  return answer;
+  return failure.empty() ? ReadAnswer(sink.Head(), sink.Body()) : Refused(Unreached(failure));
 }
 
 std::vector<PeerAnswer> SendAll(const std::vector<HttpCall>& calls) {
@@ -122,7 +105,7 @@ std::vector<PeerAnswer> SendAll(const std::vector<HttpCall>& calls) {
   http->send(calls.data(), pointers.data(), errors.data(), calls.size());
   std::vector<PeerAnswer> answers;
   for (std::size_t i = 0; i < calls.size(); ++i) {
-    answers.push_back(ReadAnswer(sinks[i], errors[i]));
+    answers.push_back(ReadCollected(sinks[i], errors[i]));
   }
   return answers;
 }
@@ -136,6 +119,26 @@ std::optional<ServerRecord> FindServer(int ndId) {
     if (server.id == ndId) return std::move(server);
   }
   return std::nullopt;
+}
+
+PeerAnswer ReadAnswer(const HttpHead& head, const std::string& body) {
+  PeerAnswer answer;
+  answer.clockAheadSeconds = ClockAhead(head);
+  Json::Value envelope;
+  if (!ParseObject(body, envelope) || !envelope["success"].isBool()) {
+    answer.reason = "its answer makes no sense (HTTP status " + std::to_string(head.status) + ")";
+    return answer;
+  }
+  answer.success = envelope["success"].asBool();
+  if (answer.success) {
+    answer.data = envelope["data"];
+    return answer;
+  }
+  const Json::Value& error = envelope["error"];
+  if (error.isObject() && error["code"].isInt()) answer.code = error["code"].asInt();
+  const Json::Value text = error.isObject() ? error["data"] : Json::Value();
+  answer.reason = text.isString() ? text.asString() : "it answers error " + std::to_string(answer.code);
+  return answer;
 }
 
 std::string CallServer(const ServerRecord& server, const std::string& query, HttpSink& sink, int totalSeconds) {

@@ -46,6 +46,9 @@ struct PeerAnswer {
   std::optional<std::int64_t> clockAheadSeconds;  // of the other host's clock before ours, as its answer tells
 };
 
+// What an answer in JSON means.
+PeerAnswer ReadAnswer(const HttpHead& head, const std::string& body);
+
 // Calls servers side by side and waits for all of them, `totalSeconds` at most. Answers stand in the order of calls.
 // An answer larger than 4 MiB is none.
 std::vector<PeerAnswer> CallServers(const std::vector<PeerCall>& calls, int totalSeconds);

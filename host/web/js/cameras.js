@@ -15,7 +15,7 @@ export class CameraList extends EventTarget {
 
   constructor() {
     super();
-    this.#servers.addEventListener('change', () => this.dispatchEvent(new Event('change')));
+    this.#servers.addEventListener('change', () => this.dispatchEvent(new Event('servers')));
   }
 
   get cameras() {
@@ -48,7 +48,8 @@ export class CameraList extends EventTarget {
     this.#servers.refresh();
   }
 
-  // Asks now; callers that come while an answer is under way share it. Dispatches 'change' or 'problem' (with .error).
+  // Asks now; callers that come while an answer is under way share it. Dispatches 'change' or 'problem' (with .error);
+  // 'servers' when their servers have told about cameras.
   refresh() {
     this.#pending ??= this.#load().finally(() => {
       this.#pending = null;

@@ -121,10 +121,11 @@ class HlsSession {
   // A server that is silent is asked for no Close later: it may have lost the count, and a Close too many would end what
   // others watch, while one too few is made up for when nobody fetches slices any more.
   async #readPlaylist() {
+    const epoch = this.#epoch;
     try {
       return await readPlaylist(this.url);
     } catch (error) {
-      if (error.code === NO_SERVER) this.#opened = this.#usable = false;
+      if (error.code === NO_SERVER && epoch === this.#epoch) this.#opened = this.#usable = false;
       throw error;
     }
   }

@@ -161,6 +161,8 @@ list.addEventListener('change', () => {
   setRunning();
 });
 
+list.addEventListener('servers', updateView);
+
 list.addEventListener('problem', ({ error }) => {
   if (error.code === SESSION_ENDED) {
     leave(error.message);

@@ -21,3 +21,6 @@ export function showServerName(element, name = '') {
   element.hidden = !name;
   setText(element.querySelector('.text'), name);
 }
+
+// The names of cameras' servers by camera id, '' for this host's cameras.
+export const serverNamesOf = (cameras) => new Map(cameras.map(({ id, serverName = '' }) => [id, serverName]));

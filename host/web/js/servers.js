@@ -56,7 +56,8 @@ export function withServers(cameras, servers) {
     const server = camera.remote && camera.enabled && byId.get(camera.server);
     if (!server) return camera;
     if (server.state === 'down') return { ...camera, state: 'away', reason: server.reason };
-    const there = server.cameras?.find(({ id }) => id === camera.id);
-    return there ? { ...camera, state: there.state, reason: there.reason, recording: there.recording ?? camera.recording } : camera;
+    const there = server.cameras.find(({ id }) => id === camera.id);
+    if (!there) return camera; // just added, or removed there
+    return { ...camera, state: there.state, reason: there.reason, recording: there.recording };
   });
 }

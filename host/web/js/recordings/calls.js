@@ -27,7 +27,7 @@ function inWords(error) {
 const received = (event) => ({
   ...event,
   camera: event.camera || `Camera ${event.cameraId}`, // one that was removed has no name
-  remote: typeof event.id === 'string', // recorded by another server: then the id is a text; what it says is its affair
+  remote: typeof event.id === 'string', // the id of another server's recording is a text, to be handed back as it is
   receivedAt: performance.now(),
 });
 
@@ -61,7 +61,7 @@ export function newTimestamp() {
   return (high >>> 11) * 2 ** 32 + low || 1;
 }
 
-// Why frames are refused, from an answer that has none; to be called with the event they are of.
+// What tells why frames of an event are refused, from an answer that has none.
 export const explainNoFrames = (event) => async (response) => {
   const type = response.headers.get('content-type') ?? '';
   if (!type.includes('json')) throw new Error('Its pictures cannot be read: the file is damaged or of a kind not known here.');

@@ -3,7 +3,7 @@ import { SESSION_ENDED } from '../api.js';
 import { announce, fromTemplate, setText } from '../dom.js';
 import { setLink } from '../grid.js';
 import { recordingHash, recordingsHash } from '../routes.js';
-import { showServerName } from '../server_line.js';
+import { serverNamesOf, showServerName } from '../server_line.js';
 import { fileUrl, getEvent, keepEvent, removeEvent } from './calls.js';
 import { EventPlayer } from './event_player.js';
 import { forgetList } from './event_list.js';
@@ -49,7 +49,7 @@ export class EventView {
   }
 
   update(cameras) {
-    this.#serverNames = new Map(cameras.map(({ id, serverName = '' }) => [id, serverName]));
+    this.#serverNames = serverNamesOf(cameras);
     this.#renderServer();
   }
 

@@ -1,6 +1,8 @@
 // The fields that choose which recordings are listed.
 import { NO_FILTER } from './filter.js';
 
+const fullName = ({ name, serverName }) => (serverName ? `${name} – ${serverName}` : name);
+
 // `form`: the element. onChange(filter) is called when the user has chosen.
 export class FilterForm {
   #form;
@@ -28,7 +30,7 @@ export class FilterForm {
   // The cameras there are.
   update(cameras) {
     const { camera } = this.#form.elements;
-    const wanted = [[0, 'All cameras'], ...cameras.map(({ id, name, serverName }) => [id, serverName ? `${name} – ${serverName}` : name])];
+    const wanted = [[0, 'All cameras'], ...cameras.map((camera) => [camera.id, fullName(camera)])];
     const options = [...camera.options].map(({ value, text }) => [Number(value), text]);
     if (JSON.stringify(wanted) === JSON.stringify(options)) return;
     const chosen = Number(camera.value);

@@ -96,7 +96,8 @@ export class FramePlayer extends EventTarget {
     run.queue = new DecodeQueue((bitmap, frame) => this.#paint(run, bitmap, frame));
     this.#run = run;
     const address = framesUrl(this.#event, { first, last, timestamp, rate: run.rate });
-    run.stream = new PictureStream(address, (part) => this.#take(run, part), (error) => this.#close(run, error), explainNoFrames(this.#event));
+    const explain = explainNoFrames(this.#event);
+    run.stream = new PictureStream(address, (part) => this.#take(run, part), (error) => this.#close(run, error), explain);
     this.#changed();
   }
 

@@ -3,6 +3,7 @@ import { SESSION_ENDED } from '../api.js';
 import { announce, fromTemplate, setText } from '../dom.js';
 import { recordingsHash } from '../routes.js';
 import { sentence } from '../sentence.js';
+import { serverNamesOf } from '../server_line.js';
 import { EventCard } from './card.js';
 import { listOf } from './event_list.js';
 import { FilterForm } from './filter_form.js';
@@ -53,7 +54,7 @@ export class ListView {
   update(cameras) {
     this.#form.update(cameras);
     const before = this.#serverNames;
-    this.#serverNames = new Map(cameras.map(({ id, serverName = '' }) => [id, serverName]));
+    this.#serverNames = serverNamesOf(cameras);
     if (cameras.some(({ id }) => this.#serverNames.get(id) !== before.get(id))) this.#renderCards();
   }
 
@@ -118,8 +119,8 @@ export class ListView {
     const { missing } = this.#list;
     const block = this.element.querySelector('.missing');
     block.hidden = missing.length === 0;
-    const text = missing.map(({ name, reason }) => sentence(`Recordings of ${name} are missing: ${reason || 'it does not answer'}`));
-    setText(block.querySelector('p'), text.join('\n'));
+    const lines = missing.map(({ name, reason }) => sentence(`Recordings of ${name} are missing: ${reason}`));
+    setText(block.querySelector('p'), lines.join('\n'));
   }
 
   #renderCards() {

@@ -1,5 +1,4 @@
-// A central host in the browser: cameras and recordings of a recording server beside its own, and what is seen when
-// that server stops and comes back.
+// A central host: cameras and recordings of a recording server beside its own, also when that server stops and returns.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { after, test } from 'node:test';
@@ -9,7 +8,6 @@ import { Site, Stage, isLive, untilLive, waitUntil } from './support.mjs';
 
 const SECRET = 'one-secret-of-both-hosts';
 let garage; // the recording server
-
 const stage = new Stage(async (site) => {
   garage = new Site();
   const importFilm = async (where, camera, name, ...codec) => {
@@ -34,10 +32,9 @@ const live = (...names) => Promise.all(names.map((name) => untilLive(stage.page,
 const press = (name) => stage.page.getByRole('button', { name }).click();
 const cards = async () => (await stage.page.locator('.event .camera').allTextContents()).sort().join();
 const listed = (wanted) => waitUntil(async () => (await cards()) === wanted, `recordings of ${wanted}`);
-const open = (camera) => stage.page.locator('.event', { hasText: camera }).getByRole('link').click();
 const frame = async () => Number(/^Frame (\d+) of/.exec(await stage.page.locator('.frame').textContent())?.[1] ?? 0);
 
-// The page's console complains of answers without success; nothing else may stand there.
+// What the page's console says beside the answers of HTTP that are no success.
 const complaints = () => stage.errors.filter((text) => !text.startsWith('Failed to load resource'));
 
 test('cameras of a recording server move, say why they cannot, and come back by themselves', async () => {
@@ -97,7 +94,7 @@ test('recordings of both hosts stand in one list and play as file and by frames'
   await listed('Clock,Door,Yard');
   await page.getByLabel('Camera').selectOption('Yard – Garage');
   await listed('Yard');
-  await open('Yard');
+  await page.locator('.event').getByRole('link').click();
   const film = page.locator('video');
   await film.evaluate((element) => (element.currentTime = 20));
   await waitUntil(() => film.evaluate(({ currentTime }) => currentTime > 20.5), 'the video to play on');

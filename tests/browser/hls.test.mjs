@@ -4,7 +4,7 @@ import { test } from 'node:test';
 
 import { Stage, tileOf, untilLive, waitUntil } from './support.mjs';
 
-const STATE = /^Live · 640 × 360 · (9|1\d) fps · [1-9] s behind$/;
+const STATE = /^Live · 640 × 360 · \d+ fps · [1-9]\d? s behind$/;
 let yard, gate; // camera ids
 
 const stage = new Stage(async (site) => {
@@ -28,7 +28,7 @@ stage.beforeClose = async () => {
 const users = (camera, count) =>
   waitUntil(async () => ((await stage.site.remux(camera))?.users ?? 0) === count, `${count} users of camera ${camera}`);
 const largeIsLive = (...pages) => Promise.all(pages.map((page) =>
-  waitUntil(async () => STATE.test(await page.locator('.single-view .state').textContent()), 'the large picture', 40)));
+  waitUntil(async () => STATE.test(await page.locator('.single-view .state').textContent()), 'the large picture')));
 
 test('several play at once, move, and say how far behind they are', async () => {
   await stage.logIn();
@@ -77,7 +77,7 @@ test('a remux that dies is missed by all its viewers and replaced once', async (
   const renewed = await waitUntil(async () => {
     const remux = await site.remux(yard);
     return remux?.pid !== pid && remux?.users === 2 && remux;
-  }, 'both viewers at another remux', 40);
+  }, 'both viewers at another remux');
   await largeIsLive(page, second);
   assert.deepEqual(await site.remux(yard), renewed);
   await leave(second);

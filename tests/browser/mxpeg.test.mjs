@@ -32,6 +32,8 @@ after(() => source?.kill());
 
 const buttonOf = (name, label) => stage.tile(name).getByRole('button', { name: `${label} of ${name}` });
 
+const endOf = (camera) => waitUntil(async () => !(await stage.site.remux(camera)), `the end of the video of ${camera}`);
+
 // Keeps what the page lets sound in `heard`: its contexts, and the pieces with the times at which they start.
 const listen = () => stage.page.addInitScript(() => {
   globalThis.heard = { contexts: [], pieces: [] };
@@ -91,6 +93,7 @@ test('an MxPEG camera shows all its pictures, sounds when asked, and comes back 
   await stage.page.locator('.single-view .state', { hasText: '648 × 360' }).waitFor();
   await stage.moves('Hall');
   assert.deepEqual(await contexts(), ['closed', 'closed', 'closed']);
+  await endOf(yard); // which the grid showed: with the page a Close under way would go, and the next test count one more
   assert.deepEqual(stage.errors, []);
 });
 
@@ -108,7 +111,7 @@ test('cameras without a picture view of their own show previews, H.264 when the 
   await buttonOf('Yard', 'Preview').click();
   await stage.shows('Yard', PREVIEW);
   await note('Yard').waitFor();
-  await waitUntil(async () => !(await site.remux(yard)), 'the end of the video');
+  await endOf(yard);
   assert.deepEqual([...(await site.streams()).keys()].sort(), [hall, yard, door].sort());
   await page.reload();
   await stage.shows('Yard', PREVIEW);
@@ -170,6 +173,6 @@ test('pictures come out as FFmpeg decodes them; what cannot be decoded waits for
     const png = Buffer.from(shown.png, 'base64');
     const [off, before] = [await stage.difference(png, frame(last)), await stage.difference(png, frame(last - 1))];
     // Decoders mix colours at the edges of blocks, each in its own way.
-    assert.ok(off < 0.015 && off < before / 2, `${what}: ${off} off, ${before} off the picture before`);
+    assert.ok(off < 0.05 && off < before / 2, `${what}: ${off} off, ${before} off the picture before`);
   }
 });

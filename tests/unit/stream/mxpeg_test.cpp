@@ -149,25 +149,6 @@ TEST_F(MxpegView, PicturesAreStampedAndCarryTheSound) {
   ExpectPart(4, Sent("delta", 4, 10, 1 + 100000 + 100125));
 }
 
-TEST_F(MxpegView, AfterALossDeltasWaitForTheNextKeyPicture) {
-  Picture("key", 1, true);
-  const Child view = View();
-  ExpectPart(1, Sent("key", 1));
-  Sound(80, 's');
-  Picture("delta", 2);
-  ExpectPart(2, Sent("delta", 2, 80, 2));
-  kill(view.pid(), SIGSTOP);
-  for (int i = 0; i < 5000; ++i) Picture("lost", 3);  // more than the ring holds
-  kill(view.pid(), SIGCONT);
-  g_World.haste = 1000;
-  Sound(80, 's');
-  Picture("key", 4, true);
-  ExpectPart(3, Sent("key", 4, 80, 4));
-  Sound(80, 's');
-  Picture("delta", 5);
-  ExpectPart(4, Sent("delta", 5, 80, 4 + 10000));
-}
-
 TEST_F(MxpegView, SoundThatFitsNoBlockWaitsOrIsLeftOut) {
   Picture("key", 1, true);
   Sound(8, 's');

@@ -318,7 +318,7 @@ class RecorderTest(unittest.TestCase):
                       for source in (address + "/silent", "test:64x48", "test:80x64", address + "/plain"))
         self.site.wait_for(silent, "connecting")
         self.site.popen(["sleep", "60"])  # keeps the namespaces, so that there is something to look at
-        self.assertGreater(len(self.site.shared_memory()), 3)
+        wait_until(lambda: len(self.site.shared_memory()) > 3, what="every camera's ring")
         self.assertEqual(end(self.site.recorder, 8), 0)  # although one camera does not answer, for which it has 10 s
         left = self.site.shared_memory(), self.site.pids("recorder"), self.site.read(RECORDER_PID)
         self.assertEqual(left, ([], [], ""))

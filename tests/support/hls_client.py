@@ -146,7 +146,7 @@ class HlsCamera:
         return wait_until(look, 30, "another slice")
 
     def watch(self, count, slices=None):
-        """Plays until it has fetched so many more slices, each once; {number: bytes} with what `slices` holds already."""
+        """Plays until it has fetched so many more slices, each once; {number: bytes} with what `slices` holds."""
         slices = {} if slices is None else slices
         goal = len(slices) + count
         while len(slices) < goal:

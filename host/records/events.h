@@ -88,7 +88,7 @@ class EventTable {
   bool Fail(int id, const std::string& reason);
   bool Stop(int id);  // ends a recording that was asked for, from another process; soon, not at once
   bool MarkDeleting(int id);
-  bool Expire(int id);  // marks it for being old, unless somebody keeps it meanwhile
+  bool Expire(int id);                 // marks it for being old, unless somebody keeps it meanwhile
   bool MarkCameraDeleting(int camId);  // all of a camera
   bool Remove(int id);                 // the row alone
   bool SetKept(int id, bool kept);

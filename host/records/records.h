@@ -96,7 +96,7 @@ class Database {
   std::optional<int> AddCamera(const CameraRecord& camera);  // the id; empty: id or name taken, value off
   bool RemoveCamera(int id);
   bool SetCameraEnabled(int id, bool enabled);
-  bool MarkCameraDeleting(int id);  // it is neither shown nor recorded from now on
+  bool MarkCameraDeleting(int id);               // it is neither shown nor recorded from now on
   bool SetCameraRecording(int id, int seconds);  // kMinRecordSeconds to kMaxRecordSeconds; 0: off
   // Notes the measured rate in the camera's profiles that declare none. True also when there is no such profile.
   bool SetMeasuredFps(int id, int fps);

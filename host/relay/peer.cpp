@@ -100,6 +100,7 @@ std::vector<PeerAnswer> SendAll(const std::vector<HttpCall>& calls) {
   if (http == nullptr) return std::vector<PeerAnswer>(calls.size(), Refused(kUnloadable));
   std::vector<CollectingSink> sinks(calls.size(), CollectingSink(kMostAnswerBytes));
   std::vector<HttpSink*> pointers;
+  pointers.reserve(calls.size());
   for (CollectingSink& sink : sinks) pointers.push_back(&sink);
   std::vector<std::string> errors(calls.size());
   http->send(calls.data(), pointers.data(), errors.data(), calls.size());
@@ -155,6 +156,7 @@ std::string CallServer(const ServerRecord& server, const std::string& query, Htt
 std::vector<PeerAnswer> CallServers(const std::vector<PeerCall>& calls, int totalSeconds) {
   if (IsRelayedHere()) return std::vector<PeerAnswer>(calls.size(), Refused(kOneHop));
   std::vector<HttpCall> made;
+  made.reserve(calls.size());
   for (const PeerCall& call : calls) made.push_back(MakeCall(call.server, call.query, totalSeconds));
   return SendAll(made);
 }

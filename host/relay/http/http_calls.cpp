@@ -11,7 +11,7 @@ namespace {
 
 constexpr long kConnectMs = 5000;
 constexpr long kQuietSeconds = 35;
-constexpr long kReadBytes = 256 * 1024;
+constexpr long kReadBytes = 256L * 1024;
 constexpr std::size_t kMostHeadBytes = 16384;
 constexpr std::size_t kMostHeadFields = 64;
 

@@ -50,8 +50,8 @@ std::string JsonToStrPair(const Json::Value& object, bool encode, bool skipNull)
 
 // Sends a web-API call (encoded) and drops its answer. 0 when the server answered with success within 60 s, else -1.
 int SendWebAPIToRec(int ndId, const std::string& query);
-// Sends a web-API call (encoded) and writes its answer to standard output after `header`, as it arrives. 0 when all of it
-// was of the type that `header` names. -1 otherwise; the client has got an answer then as well: what the server says
+// Sends a web-API call (encoded) and writes its answer to standard output after `header`, as it arrives. 0 when all of
+// it was of the type that `header` names. -1 otherwise; the client has got an answer then as well: what the server says
 // under its own type, or status 502 and a sentence.
 int SendWebAPIToRecAndWriteAsHeader(int ndId, const std::string& query, const std::string& header);
 // Passes an answer through to standard output as it arrives (raw), with its status, type and ranges. 0 when something

@@ -30,7 +30,7 @@ SERVE_LOG = "/tmp/serve.log"
 PR_SET_PDEATHSIG = 1
 
 
-def wait_until(condition, seconds=15, what="the condition"):
+def wait_until(condition, seconds=60, what="the condition"):
     """Calls `condition` until it returns something true, which is returned; AssertionError when the time is over."""
     end = time.monotonic() + seconds
     while not (result := condition()):
@@ -141,7 +141,7 @@ class Site:
             assert self.server.poll() is None, "oculora serve ended:\n" + self.read(SERVE_LOG)
             return re.search(rf"(http://{re.escape(self.address)}:(\d+))/", self.read(SERVE_LOG))
 
-        self.url, port = wait_until(serving_at, 20, "the server's address").groups()
+        self.url, port = wait_until(serving_at, 60, "the server's address").groups()
         self.port = int(port)
         return self.url
 
@@ -152,7 +152,7 @@ class Site:
 
     def request(self, method, path, body=None, headers=None):
         """One HTTP request: (status, headers, bytes)."""
-        with contextlib.closing(http.client.HTTPConnection(self.address, self.port, timeout=30)) as connection:
+        with contextlib.closing(http.client.HTTPConnection(self.address, self.port, timeout=60)) as connection:
             connection.request(method, path, body=body, headers=headers or {})
             answer = connection.getresponse()
             return answer.status, answer.headers, answer.read()
@@ -227,7 +227,7 @@ class Site:
                 print(f"still running in the site, killed: {pid} {line}", file=sys.stderr)
                 with contextlib.suppress(ProcessLookupError):
                     os.kill(pid, signal.SIGKILL)
-            wait_until(lambda: not self.processes(), 5, "killed processes to go")
+            wait_until(lambda: not self.processes(), 30, "killed processes to go")
         finally:
             for path in filter(os.path.exists, map(self.path, (SERVE_LOG, LOG, FRONT_LOG) if failed else ())):
                 kept = os.path.join(BUILD, "site-logs", f"{os.path.basename(self.dir)}-{os.path.basename(path)}")

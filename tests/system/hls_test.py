@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-# ctest: timeout=240
+# ctest: timeout=400
 """HLS through lighttpd, recorder and module: what a player gets, who shares a remux, and what is left of one.
 
 The scenarios run side by side, each with a camera of its own.

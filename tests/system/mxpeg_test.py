@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-# ctest: timeout=240
+# ctest: timeout=400
 """MxPEG and decoded live views from camera to viewer: what FFmpeg finds in them, and cameras that fall silent.
 
 The scenarios run side by side in one site.

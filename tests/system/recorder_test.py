@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-# ctest: timeout=400
+# ctest: timeout=600
 """The recorder against cameras that others wrote: what reaches the rings, and what survives which trouble."""
 
 import collections

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-# ctest: timeout=400
+# ctest: timeout=600
 """Recording: files that follow each other without a lost picture, what ends and what survives a recording."""
 
 import calendar

@@ -29,7 +29,7 @@ SECRET, PASSWORD = "a-secret-of-both-hosts", "a long password"
 VAR = "/var/packages/Oculora/var"
 FRAMES, LARGE = 40, 300 << 20  # of the clip; bytes of a file that no buffer holds
 BEGUN = 1000  # bytes of an answer that has begun
-GONE = 2  # seconds in which nothing of a stream is left on either host
+GONE = 5  # seconds in which nothing of a stream is left on either host: two, and what a busy machine adds
 KEYS = "first-key", "second-key"
 
 
@@ -172,7 +172,7 @@ class Relay(unittest.TestCase):
         self.assertTrue(self.attic.pids("entry.cgi"), "the remux runs there")
         self.assertFalse(busy(self.central))
         self.assertTrue(json.loads(self.ask("Close", params)[2])["success"])
-        wait_until(lambda: not busy(self.attic), 10, "the remux to end")
+        wait_until(lambda: not busy(self.attic), 60, "the remux to end")
         asked = [told(request) for request in self.rogue.requests]
         head = [("api", LIVE), ("cameraId", "3")]
         self.assertEqual(sorted(asked[0]), sorted(head + [
@@ -347,7 +347,8 @@ class Relay(unittest.TestCase):
     def test_a_server_that_is_killed_and_started_again(self):
         viewers = self.in_the_middle()
         for pid in self.attic.pids("lighttpd|entry.cgi"):
-            os.kill(pid, 9)
+            with contextlib.suppress(ProcessLookupError):  # its client's end was its own
+                os.kill(pid, 9)
         for viewer in viewers:
             with contextlib.suppress(http.client.IncompleteRead):
                 viewer.read()

@@ -43,10 +43,11 @@ class RecordingTest(unittest.TestCase):
     def ends(self, event, state):
         return wait_until(lambda: (row := self.recordings.row(event))["state"] == state and row, 60, state)
 
-    def growing(self, camera):
+    def growing(self, camera, event=None):
         """The recording that is being made, once there are pictures in it."""
-        return wait_until(lambda: next((row for row in self.recordings.rows(camera, "recording") if os.path.exists(
-            file := self.recordings.file(row)) and os.path.getsize(file) > 60000), None), 60, "pictures")
+        return wait_until(lambda: next((row for row in self.recordings.rows(camera, "recording") if event in (
+            None, row["id"]) and os.path.exists(file := self.recordings.file(row)) and os.path.getsize(file) > 60000),
+            None), what="pictures")
 
     def assert_whole(self, row):
         """The file is what its row says, plays without a complaint, and has its thumbnail."""
@@ -109,8 +110,7 @@ class RecordingTest(unittest.TestCase):
         self.state(both, "recording")
         five, long, lone, refused = (self.recordings.request(camera, seconds)
                                      for camera, seconds in ((both, 5), (both, 600), (alone, 3), (off, 5)))
-        file = self.recordings.file(self.ends(long, "recording"))
-        wait_until(lambda: os.path.getsize(file) > 60000, 60, "pictures")
+        file = self.recordings.file(self.growing(both, long))
         self.recordings.decode(file, check=False)  # plays while it is written
         self.recordings.stop(long)
         for event, seconds in (five, 5), (lone, 3):

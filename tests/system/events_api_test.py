@@ -178,7 +178,7 @@ class EventsApi(unittest.TestCase):
         headers = self.site.api(API, "Thumbnail", {"eventId": asked}, self.sids["bert"])[0]
         self.assertEqual(headers["Cache-Control"], "no-store")
         self.assertTrue(self.post("Stop", "bert", eventId=asked)["success"])
-        wait_until(lambda: self.event(asked)["state"] == "ready", 15, "the recording to end")
+        wait_until(lambda: self.event(asked)["state"] == "ready", 60, "the recording to end")
 
     def test_camera_with_recordings_and_doctor(self):
         camera = self.site.add_camera("Shed", "mjpeg", "test:320x240", fps=10, record=10)

@@ -331,7 +331,7 @@ class Relay(unittest.TestCase):
             answers = [pool.submit(self.ask, "Stream", {"cameraId": self.other, "format": "mjpeg"}),
                        pool.submit(self.ask, "EventStream", {"eventId": f"{self.other}:1"}, EVENTS)]
             for answer in answers:
-                self.assertLess(answer.result(60)[3], 10, "no connection")
+                self.assertLess(answer.result(60)[3], 20, "no connection")
             with contextlib.suppress(http.client.IncompleteRead):
                 rest.result(60)
         self.wait_for_nobody(self.central)

@@ -1,5 +1,7 @@
 """Recorded events for benchmarks: films made with ffmpeg and imported into a site."""
 
+import glob
+import os
 import subprocess
 
 STREAM = "VELM.Oculora.Stream"
@@ -18,6 +20,12 @@ def import_film(site, camera, picture, fps, frames):
     subprocess.run(["ffmpeg", "-v", "error", "-y", "-loop", "1", "-framerate", str(fps), "-i", site.path(picture),
                     "-frames:v", str(frames), "-c:v", "copy", site.path(film)], check=True)
     return int(site.oculora("event", "import", str(camera), film).stdout.split()[-1])
+
+
+def newest_recording(site):
+    """Where the file lies that was imported last."""
+    return max(glob.glob(site.path("/var/packages/Oculora/var/recordings") + "/**/*.avi", recursive=True),
+               key=os.path.getctime)
 
 
 def file_path(site, event, sid):

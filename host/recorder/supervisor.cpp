@@ -74,7 +74,7 @@ bool Supervisor::ReopenWhenNeeded() {
   const ino_t file = InodeOf(kRecordsPath);
   if (m_Records && file == m_File) return true;
   std::string error;
-  m_Records = Database::Open(Database::Mode::kReadWrite, &error);
+  m_Records = Database::Open(Database::Mode::kReadWrite, &error, kRecordsPath, Database::kRecorderPatienceMs);
   m_File = file;
   m_Version = -1;
   if (m_Records) return true;

@@ -26,6 +26,7 @@ constexpr std::int64_t kUnwatchedUs = 10 * kSecondUs;  // a camera nobody watche
 constexpr std::int64_t kNothingUsableUs = 30 * kSecondUs;
 constexpr std::int64_t kVisitUs = 30 * kSecondUs;
 constexpr std::int64_t kStoreEveryUs = 60 * kSecondUs;  // a rate that changes all the time must not wear the disk
+constexpr int kNotingPatienceMs = 100;                  // pictures do not wait for the records
 constexpr std::int64_t kRetrySliceUs = kSecondUs / 4;
 
 }  // namespace
@@ -128,7 +129,7 @@ void Worker::MeasureRate(std::int64_t nowUs) {
   if (fps == m_KnownRate) return;
   m_StoreAtUs = nowUs + kStoreEveryUs;
   std::string error;
-  auto records = Database::Open(Database::Mode::kReadWrite, &error);
+  auto records = Database::Open(Database::Mode::kReadWrite, &error, kRecordsPath, kNotingPatienceMs);
   if (records && records->SetMeasuredFps(m_Camera.id, fps)) {
     m_KnownRate = fps;
     return;

@@ -83,7 +83,10 @@ class Database {
   // `error` gets a sentence a person can act on. Waits at most `patienceMs` for another writer, here and later.
   static std::optional<Database> Open(Mode mode, std::string* error, const char* path = kRecordsPath,
                                       int patienceMs = kPatienceMs);
-  static constexpr int kPatienceMs = 2000;
+  // Of requests and commands: a commit may take seconds on a disk busy with recordings, and the page waits for ten.
+  static constexpr int kPatienceMs = 8000;
+  // Of the recorder, which has other things to do and comes again.
+  static constexpr int kRecorderPatienceMs = 2000;
 
   const std::string& LastError() const;  // a sentence a person can act on; empty before the first failure
   bool IsUnreadable() const;  // an operation failed because the records as a whole are missing, damaged or locked

@@ -25,7 +25,7 @@ Database* RecordsLink::Get() {
   m_Records.reset();
   if (MonotonicUs() < m_RetryAtUs) return nullptr;
   m_RetryAtUs = MonotonicUs() + kRetryUs;
-  m_Records = Database::Open(Database::Mode::kReadWrite, nullptr);
+  m_Records = Database::Open(Database::Mode::kReadWrite, nullptr, kRecordsPath, Database::kRecorderPatienceMs);
   m_File = file;
   m_Reopened = true;
   return m_Records ? &*m_Records : nullptr;

@@ -2,7 +2,6 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { test } from 'node:test';
-import { setTimeout as sleep } from 'node:timers/promises';
 
 import { Stage, isLive, untilLive, waitUntil } from './support.mjs';
 
@@ -117,18 +116,6 @@ test('of several windows the newest shows the pictures; the older one resumes wh
   await second.close();
   await live();
   assert.equal(await taken(page).isVisible(), false);
-});
-
-test('windows that do not hear of each other do not fight either', async () => {
-  await open();
-  const second = await stage.stranger();
-  await second.goto(stage.url);
-  await taken(stage.page).waitFor();
-  await live(second);
-  await sleep(4000); // longer than any retry after a loss
-  assert.deepEqual([await taken(stage.page).isVisible(), await taken(second).isVisible()], [true, false]);
-  assert.equal(await isLive(second, 'Clock'), true);
-  await second.context().close();
 });
 
 test('the large view by keyboard alone', async () => {

@@ -64,27 +64,10 @@ test('cameras of a recording server move, say why they cannot, and come back by 
   assert.deepEqual(complaints(), []);
 });
 
-test('a camera of a recording server is recorded from its live picture', async () => {
-  const { page } = stage;
-  await stage.logIn();
-  await live('Door');
-  await press('Record Door');
-  await page.getByRole('button', { name: /^0:2\d, stop recording Door/ }).click({ timeout: 30000 });
-  await page.getByRole('button', { name: 'Recorded Door' }).waitFor();
-  await page.getByRole('link', { name: 'Recordings' }).click();
-  await page.locator('.event', { hasText: 'On request' }).getByRole('link').click();
-  await waitUntil(async () => (await frame()) > 3, 'the recording to play');
-  await press('Delete');
-  await page.getByRole('dialog').getByRole('button', { name: 'Delete' }).click();
-  await listed('Clock,Door,Yard');
-  assert.deepEqual(complaints(), []);
-});
-
 test('recordings of both hosts stand in one list and play as file and by frames', async () => {
   const { page } = stage;
   await stage.logIn('#/recordings');
   await listed('Clock,Door,Yard');
-  await waitUntil(() => page.locator('.event img').evaluateAll((all) => all.every(({ naturalWidth }) => naturalWidth > 0)), 'thumbnails');
   await garage.do('stop');
   await page.getByText(/^Recordings of Garage are missing: cannot be reached/).waitFor();
   await listed('Clock');
@@ -95,16 +78,11 @@ test('recordings of both hosts stand in one list and play as file and by frames'
   await page.getByLabel('Camera').selectOption('Yard – Garage');
   await listed('Yard');
   await page.locator('.event').getByRole('link').click();
-  const film = page.locator('video');
-  await film.evaluate((element) => (element.currentTime = 20));
-  await waitUntil(() => film.evaluate(({ currentTime }) => currentTime > 20.5), 'the video to play on');
+  await waitUntil(() => page.locator('video').evaluate(({ currentTime }) => currentTime > 2), 'the video to play');
   await press('Frame by frame');
-  await waitUntil(async () => (await frame()) > 210, 'the same place, frame by frame');
+  await waitUntil(async () => (await frame()) > 22, 'the same place, frame by frame');
   await page.getByText('Normal speed only').waitFor();
   assert.equal(await page.getByRole('group', { name: 'Speed' }).count(), 0);
-  await page.reload();
-  await press('Keep');
-  await page.getByRole('button', { name: 'Keep', pressed: true }).waitFor();
   await stage.isWellMade('a remote recording');
   assert.deepEqual(complaints(), []);
 });

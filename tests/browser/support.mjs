@@ -104,8 +104,8 @@ export class Stage {
     });
   }
 
-  async newPage(context = this.context) {
-    const page = await context.newPage();
+  async newPage() {
+    const page = await this.context.newPage();
     page.setDefaultTimeout(60000);
     this.errors = [];
     page.on('console', (message) => message.type() === 'error' && this.errors.push(message.text()));
@@ -119,12 +119,6 @@ export class Stage {
     await this.page.getByLabel('Name').fill(NAME);
     await this.page.getByLabel('Password').fill(password);
     await this.page.keyboard.press('Enter');
-  }
-
-  // Another window that shares nothing but the session.
-  async stranger() {
-    const context = await this.browser.newContext({ storageState: await this.context.storageState() });
-    return this.newPage(context);
   }
 
   tile(name) {
@@ -169,12 +163,14 @@ export class Stage {
   async killStream(camera) {
     const victim = (await this.site.streams()).get(camera);
     await this.site.do('kill', victim);
-    await waitUntil(async () => ((await this.site.streams()).get(camera) ?? victim) !== victim, `another stream of ${camera}`);
+    const renewed = async () => ((await this.site.streams()).get(camera) ?? victim) !== victim;
+    await waitUntil(renewed, `another stream of ${camera}`);
   }
 }
 
 export const tileOf = (page, name) => page.locator('.tile', { has: page.getByRole('link', { name, exact: true }) });
-export const isLive = async (page, name) => (await tileOf(page, name).locator('.state').textContent()).startsWith('Live');
+export const isLive = async (page, name) =>
+  (await tileOf(page, name).locator('.state').textContent()).startsWith('Live');
 export const untilLive = (page, name) => waitUntil(() => isLive(page, name), `a live picture of ${name}`);
 
 async function compare(pngs) {

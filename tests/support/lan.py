@@ -1,11 +1,7 @@
 """Hosts with addresses of their own on one private network, for tests of several of them.
 
 A test script calls enter() first of all. That starts it again on a network (tools/network), where its own address is
-GATEWAY and every host can be reached. For tests in other languages this file is a script itself,
-
-    lan.py COMMAND [ARGUMENT]...
-
-which runs the command on a network, whose directory $OCULORA_NETWORK names.
+GATEWAY and every host can be reached.
 """
 
 import atexit
@@ -16,7 +12,7 @@ import subprocess
 import sys
 import tempfile
 
-from oculora_site import CHECKOUT, SITE_TOOL, Site, spawn, wait_until
+from oculora_site import CHECKOUT, SITE_TOOL, Site, wait_until
 
 NETWORK_TOOL = os.path.join(CHECKOUT, "tools", "network")
 GATEWAY = "10.77.0.1"
@@ -41,7 +37,7 @@ class Host(Site):
 
     serve_port = 8080
 
-    def __init__(self, init=True):
+    def __init__(self):
         super().__init__(init=False)
         self._machine = self.popen(["sleep", "infinity"])  # stays up while nothing is served on it
 
@@ -51,8 +47,7 @@ class Host(Site):
                 return file.read().strip()
 
         self.address = wait_until(address, what="the host's address")
-        if init:
-            self.oculora("init")
+        self.oculora("init")
 
     def command(self, argv):
         return [SITE_TOOL, "--net", os.environ["OCULORA_NETWORK"], *super().command(argv)[1:]]
@@ -65,15 +60,6 @@ class Host(Site):
         """Brings it up again. Who looked for the host meanwhile may take a second to look for it anew."""
         self._set_link("up")
 
-    def processes(self):
-        """As a site's, without the one that stands for the machine."""
-        return {pid: line for pid, line in super().processes().items() if pid != self._machine.pid}
-
     def _set_link(self, state):
         link = "host" + self.address.rpartition(".")[2]
         subprocess.run(["ip", "link", "set", link, state], check=True)
-
-
-if __name__ == "__main__":
-    enter()
-    sys.exit(spawn(sys.argv[1:]).wait())

@@ -26,13 +26,10 @@ class Recordings:
         """Records a camera all the time; 0: no more."""
         self.sql("UPDATE cameras SET record_seconds = ? WHERE id = ?", seconds, camera)
 
-    def request(self, camera, seconds, age=0):
-        """Asks for a recording, as if `age` seconds ago; the event's id."""
+    def request(self, camera, seconds):
+        """Asks for a recording; the event's id."""
         return self.sql("INSERT INTO events (camera, cause, state, start_us, wanted_us) VALUES (?, 1, 2, ?, ?)", camera,
-                        int((time.time() - age) * 1e6), int(seconds * 1e6))
-
-    def stop(self, event):
-        self.sql("UPDATE events SET wanted_us = 1 WHERE id = ?", event)
+                        int(time.time() * 1e6), int(seconds * 1e6))
 
     def set(self, name, value):
         self.sql("INSERT OR REPLACE INTO settings (name, value) VALUES (?, ?)", name, str(value))
@@ -73,9 +70,9 @@ class Recordings:
         return event
 
     @staticmethod
-    def _hashes(source, options, outputs, check=True, **kw):
+    def _hashes(source, options, outputs, **kw):
         done = subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-xerror", *options, "-i", source, *outputs, "-f",
-                               "framemd5", "-"], capture_output=True, timeout=120, check=check, **kw)
+                               "framemd5", "-"], capture_output=True, timeout=120, check=True, **kw)
         return [line.split()[-1] for line in done.stdout.decode().splitlines() if not line.startswith("#")]
 
     def decode(self, source, *options, **kw):

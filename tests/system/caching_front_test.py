@@ -9,7 +9,6 @@ import tempfile
 import threading
 import time
 import unittest
-import urllib.parse
 
 from cameras.mjpeg_server import MjpegCamera
 from caching_front import CachingFront
@@ -60,28 +59,24 @@ class CachingFrontTest(unittest.TestCase):
         finally:
             connection.close()
 
-    def playlist(self, camera=None, sid=None):
+    def playlist(self):
         """The addresses of the slices, without scheme and host."""
-        status, _, answer = self.ask(self.path(camera or self.camera, "Stream", format="hls"), sid or self.bert)
+        status, _, answer = self.ask(self.path(self.camera, "Stream", format="hls"), self.bert)
         self.assertEqual(status, 200)
         return re.findall(rf"^http://127\.0\.0\.1:{self.front.port}(/.*)$", answer.decode(), re.M)
 
-    def cached_slice(self, camera=None):
+    def cached_slice(self):
         """The address of a slice that is in the cache now, and its bytes."""
-        address = self.playlist(camera)[-1]
+        address = self.playlist()[-1]
         data = self.ask(address, self.bert)[2]
         _, cached, again = self.ask(address, self.bert)
         self.assertEqual((cached, again), ("HIT", data))
         return address, data
 
-    def assert_refused(self, answer, cached, label):
-        self.assertEqual(json.loads(answer)["error"]["code"], 105, label)
-        self.assertNotEqual(cached, "HIT", label)
-
     def test_viewers_share_what_plays(self):
         pid_file = self.site.path(f"/tmp/webapivdostm.pid.{self.camera}")
         os.utime(pid_file, (1, 1))
-        wait_until(lambda: self.cached_slice() and os.stat(pid_file).st_mtime > 1, 30, "the remux to hear of its viewer")
+        wait_until(lambda: self.cached_slice() and os.stat(pid_file).st_mtime > 1, 30, "the remux to hear of it")
         address, data = self.cached_slice()
         self.assertIn(f"_sid={self.anna}", address, "the session of whoever opened it")
         # As the page asks: without the session, the slash encoded. As a player without cookies asks: as it stands.
@@ -91,13 +86,6 @@ class CachingFrontTest(unittest.TestCase):
             self.assertEqual((cached, again), ("HIT", data), asked)
         self.assertEqual({self.ask(self.path(self.camera, "Stream", format="hls"), sid)[1]
                           for sid in (self.anna, self.bert, self.anna)} & {"HIT"}, {"HIT"})
-        with tempfile.NamedTemporaryFile(suffix=".ts") as file:
-            file.write(data)
-            file.flush()
-            probe = subprocess.run(["ffprobe", "-v", "error", "-count_frames", "-show_entries",
-                                    "stream=codec_name,width,nb_read_frames", "-of", "csv=p=0", file.name],
-                                   capture_output=True, text=True)
-        self.assertEqual((set(probe.stdout.split()), probe.stderr), ({"h264,320,20"}, ""))
 
     def test_a_crowd_costs_one_request(self):
         newest = self.playlist()[-1]
@@ -122,11 +110,11 @@ class CachingFrontTest(unittest.TestCase):
                                  bare + "&StmKey=otherkey1", None), ("a playlist", playlist, None),
                                  ("a playlist, no right", playlist, self.guest)):
             _, cached, answer = self.ask(path, sid)
-            self.assert_refused(answer, cached, label)
+            self.assertEqual(json.loads(answer)["error"]["code"], 105, label)
+            self.assertNotEqual(cached, "HIT", label)
             self.assertEqual(answer, self.ask(path, sid, past_front=True)[2], label)
 
     def test_a_query_that_nginx_and_the_site_read_differently_is_not_cached(self):
-        self.cached_slice()
         mine, (theirs, _) = self.path(self.other, "Stream", format="hls"), self.cached_slice()
         number = theirs.rsplit("/", 1)[1]
         key = "&StmKey=otherkey1"
@@ -180,13 +168,9 @@ class CachingFrontTest(unittest.TestCase):
             front = CachingFront(self.site, "--certificate", names[1], "--key", names[0])
             self.addCleanup(front.close)
             base = f"https://127.0.0.1:{front.port}"
-            curl = ["curl", "-sk", "-i", "--max-time", "20"]
-            form = urllib.parse.urlencode({"api": "VELM.Oculora.Account", "method": "Login", "account": "anna",
-                                           "passwd": PASSWORD})
-            answer = subprocess.run([*curl, "-d", form, base + "/webapi/entry.cgi"], capture_output=True, text=True)
-            self.assertRegex(answer.stdout, r"(?i)set-cookie: oculora_sid=.*; secure")
-            curl += ["-H", f"Cookie: oculora_sid={self.anna}", base + self.path(self.camera, "Stream", format="hls")]
-            answer = subprocess.run(curl, capture_output=True, text=True)
+            answer = subprocess.run(["curl", "-sk", "--max-time", "20", "-H", f"Cookie: oculora_sid={self.anna}",
+                                     base + self.path(self.camera, "Stream", format="hls")],
+                                    capture_output=True, text=True)
             self.assertIn(f"\n{base}/webapi/entry.cgi?", answer.stdout)
             self.assertNotIn("http://", answer.stdout)
 

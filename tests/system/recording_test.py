@@ -13,7 +13,6 @@ import subprocess
 import time
 import unittest
 
-from cameras.mjpeg_server import MjpegCamera
 from oculora_site import BUILD, end, spawn, wait_until
 from recorder_test import RecorderSite
 from recordings import Recordings
@@ -62,10 +61,7 @@ class RecordingTest(unittest.TestCase):
         started = row["start_us"] // 1000000
         self.assertEqual(row["path"], time.strftime(f"{row['camera']}/%Y-%m-%d/%H-%M-%S-{row['id']}", time.gmtime(
             started)) + pathlib.Path(file).suffix)
-        thumbnail = wait_until(lambda: os.path.exists(path := os.path.splitext(file)[0] + ".jpg") and path, 30, "it")
-        width = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=width", "-of", "csv=p=0", thumbnail],
-                               check=True, capture_output=True, timeout=60).stdout
-        self.assertLessEqual(int(width), 320)
+        wait_until(lambda: os.path.exists(os.path.splitext(file)[0] + ".jpg"), 30, "its thumbnail")
 
     def test_no_picture_is_lost_or_doubled_between_files(self):
         self.site.start_recorder()
@@ -110,9 +106,8 @@ class RecordingTest(unittest.TestCase):
         self.state(both, "recording")
         five, long, lone, refused = (self.recordings.request(camera, seconds)
                                      for camera, seconds in ((both, 5), (both, 600), (alone, 3), (off, 5)))
-        file = self.recordings.file(self.growing(both, long))
-        self.recordings.decode(file, check=False)  # plays while it is written
-        self.recordings.stop(long)
+        self.growing(both, long)
+        self.recordings.sql("UPDATE events SET wanted_us = 1 WHERE id = ?", long)  # as the button does
         for event, seconds in (five, 5), (lone, 3):
             row = self.ends(event, "ready")
             self.assert_whole(row)
@@ -133,24 +128,20 @@ class RecordingTest(unittest.TestCase):
         self.addCleanup(end, camera)
         url = camera.stdout.readline().strip()
         here = self.site.add_camera("Here", "mxpeg", url)
-        never = self.site.add_camera("Never", "mjpeg", f"http://{MjpegCamera().address}/missing")
         self.recordings.record(here, 600)
-        late = self.recordings.request(never, 5, age=25)
         self.state(here, "recording")
         row = self.growing(here)
         os.kill(camera.pid, signal.SIGKILL)
         self.state(here, "waiting", "Connection refused")
         self.assert_whole(self.ends(row["id"], "ready"))
-        self.assertEqual(self.ends(late, "failed")["reason"], "The camera has nothing at this address (404)")
         self.addCleanup(end, spawn([MXPEG_CAMERA, "--port", url.split(":")[-1].strip("/"), "--size", "160x120", "--fps",
                                     "10"], stdout=subprocess.DEVNULL))
         self.state(here, "recording")
 
     def test_full_disk(self):
         self.site.start_recorder()
-        directory = self.site.path("/var/packages/Oculora/var/recordings")
-        os.makedirs(directory, exist_ok=True)
         inside = "/var/packages/Oculora/var/recordings"
+        os.makedirs(self.site.path(inside), exist_ok=True)
         self.site.run(["mount", "-t", "tmpfs", "-o", "size=40m", "none", inside], check=True)
         camera = self.site.add_camera("Full", "mjpeg", "test:1280x720", fps=20)
         filler = inside + "/filler"
@@ -186,20 +177,17 @@ class RecordingTest(unittest.TestCase):
         row, = self.ready(camera, 1)
         self.assert_whole(row)
         self.growing(camera)
-        worker = self.site.worker(camera)
         self.assertEqual(end(self.site.recorder), 0)
         rows = self.recordings.rows(camera)
         self.assertEqual(([row["state"] for row in rows], self.recordings.state(camera)), (["ready"] * 2, ("off", "")))
-        self.assertNotEqual(worker, None)
 
         self.recordings.record(camera, 0)
         lost, deleted = rows
         file, day = self.recordings.file(lost), os.path.dirname(self.recordings.file(lost))
-        stray, empty = f"{day}/01-02-03-999.avi", f"{day}/01-02-04-998.avi"
+        stray = f"{day}/01-02-03-999.avi"
         os.rename(file, stray)
-        pathlib.Path(empty).touch()
-        pathlib.Path(f"{day}/01-02-05-997.jpg").touch()
-        pathlib.Path(f"{day}/notes.txt").touch()
+        for name in ("01-02-04-998.avi", "01-02-05-997.jpg", "notes.txt"):
+            pathlib.Path(day, name).touch()
         os.truncate(stray, os.path.getsize(stray) - 100)
         self.recordings.sql("UPDATE events SET state = 4 WHERE id = ?", deleted["id"])
         self.recordings.sql("INSERT INTO events (camera, cause, state, path, start_us) VALUES (?, 0, 1, ?, 0)", camera,
@@ -208,9 +196,8 @@ class RecordingTest(unittest.TestCase):
         adopted, = wait_until(lambda: len(rows := self.recordings.rows(camera)) == 1 and rows[0]["id"] > deleted["id"]
                               and rows, 60, "one row")
         self.assertEqual(sorted(os.listdir(day)), ["01-02-03-999.avi", "notes.txt"])
-        self.assertEqual((adopted["state"], adopted["cause"], adopted["bytes"], adopted["path"]),
-                         ("ready", 0, os.path.getsize(stray), os.path.relpath(stray, os.path.dirname(
-                             os.path.dirname(day)))))
+        self.assertEqual((adopted["state"], adopted["bytes"], self.recordings.file(adopted)),
+                         ("ready", os.path.getsize(stray), stray))
         self.assertEqual(adopted["start_us"] / 1e6, calendar.timegm(time.strptime(
             os.path.basename(day) + " 01:02:03", "%Y-%m-%d %H:%M:%S")))
         self.recordings.decode(stray)

@@ -66,8 +66,6 @@ class RecordingKillTest(unittest.TestCase):
                 recordings.decode(file)
             runs = sorted((row["start_us"] / 1e6, row["length_us"] / 1e6) for row in rows if row["cause"] == 0)
             gaps = [after - start - length for (start, length), (after, _) in zip(runs, runs[1:])]
-            print(f"camera {camera}: {len(runs)} files, {sum(length for _, length in runs):.0f} s, "
-                  f"the longest gap {max(gaps):.1f} s, together {sum(gaps):.0f} s")
             self.assertLess(sorted(gaps)[len(gaps) // 2], LOST_SECONDS)
         self.assertEqual(files, named)
 

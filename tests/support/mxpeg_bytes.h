@@ -1,20 +1,7 @@
 // MxPEG made by hand: what a splitter, a fuzzer or a ring needs, not what a decoder does.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-#include <vector>
-
-using Buffer = std::vector<std::uint8_t>;
-
-inline Buffer Join(const std::vector<Buffer>& parts, const Buffer& before = {}) {
-  Buffer all;
-  for (const Buffer& part : parts) {
-    all.insert(all.end(), before.begin(), before.end());
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
+#include "support/bytes.h"
 
 inline const Buffer kMxpegEnd = {0xff, 0xd9};
 
@@ -51,5 +38,3 @@ inline Buffer MakeSound(int samples, int said) {
   return block;
 }
 inline Buffer MakeSound(int samples) { return MakeSound(samples, samples); }
-
-inline Buffer Text(const char* text) { return {text, text + std::strlen(text)}; }

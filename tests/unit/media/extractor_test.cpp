@@ -1,12 +1,13 @@
 // Frames of recorded files: each one shows its number in black and white, so that a wrong one is seen.
 #include <gtest/gtest.h>
+#include <libavutil/pixfmt.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
 #include "capture.h"
-#include "recorder/av/video_encoder.h"
 #include "recorder/recording/mp4_writer.h"
 #include "recordings/mp4/mp4_finish.h"
 #include "velm/camera.h"
@@ -16,7 +17,7 @@ using namespace oculora;
 
 namespace {
 
-constexpr int kFrames = 80, kBits = 8, kWidth = 160, kHeight = 64;
+constexpr int kFrames = 80, kBits = 8;
 
 std::vector<unsigned char> g_Room(1 << 20);
 
@@ -44,8 +45,7 @@ int NumberIn(const std::string& jpeg) {
   int size = 0, width = kBits, height = 1, number = -1;
   if (DoFFMpegInitVideo(attr, VIDEO_TYPE_MJPEG, nullptr, 0) == 0 &&
       DoFFMpegDecode(attr, reinterpret_cast<const unsigned char*>(jpeg.data()), static_cast<int>(jpeg.size())) == 0 &&
-      attr.width == kWidth && attr.height == kHeight &&
-      DoFFMpegScale(attr, gray, size, width, height, AV_PIX_FMT_GRAY8) == 0) {
+      attr.width == 160 && attr.height == 64 && DoFFMpegScale(attr, gray, size, width, height, AV_PIX_FMT_GRAY8) == 0) {
     number = 0;
     for (int bit = 0; bit < kBits; ++bit) number |= (gray[bit] > 128 ? 1 : 0) << bit;
   }
@@ -91,7 +91,6 @@ TEST(Extractor, FrameNIsTheNthShownInAnyContainerAndOrder) {
   const std::string h264 = "libx264 -preset veryfast -g 12 -bf ";
   const std::string fragments = " -movflags +frag_keyframe+empty_moov+default_base_moof";
   MakeFrames(h264 + "0", "plain.mp4");
-  MakeFrames(h264 + "0" + fragments, "fragments.mp4");
   MakeFrames(h264 + "3", "b.mp4");
   MakeFrames(h264 + "3 -x264-params open-gop=1:b-adapt=0", "open.mp4");
   MakeFrames("mpeg4 -q:v 2 -g 12 -bf 2", "mpeg4.avi");
@@ -102,35 +101,22 @@ TEST(Extractor, FrameNIsTheNthShownInAnyContainerAndOrder) {
       ExpectAllFrames(std::string("/tmp/") + source + target, kFrames, 25);
     }
   }
-  for (const char* file : {"plain.mp4", "fragments.mp4", "b.mp4", "open.mp4", "mpeg4.avi", "jpeg.mov"}) {
+  for (const char* file : {"plain.mp4", "b.mp4", "open.mp4", "mpeg4.avi", "jpeg.mov"}) {
     ExpectAllFrames(std::string("/tmp/") + file, kFrames, 25);
   }
 }
 
-// Frames of a camera, a key frame every 10, at 8 a second.
+// Frames as a camera sends them, a key frame every 10, at 8 a second.
 void Record(const std::string& path) {
-  av_log_set_level(AV_LOG_QUIET);
-  VideoEncoder encoder;
+  MakeFrames("libx264 -g 10 -bf 0 -x264-params aud=1:scenecut=0", "camera.h264");
+  const std::string stream = ReadFile("/tmp/camera.h264"), delimiter("\0\0\0\1\t", 5);
   Mp4Writer writer;
-  const AvPtr<AVFrame> picture(av_frame_alloc());
-  const AvPtr<AVPacket> packet(av_packet_alloc());
-  ASSERT_EQ(encoder.Open(AV_CODEC_ID_H264, kWidth, kHeight, 10), 0);
-  picture->width = kWidth;
-  picture->height = kHeight;
-  picture->format = encoder.PixelFormat();
-  ASSERT_EQ(av_frame_get_buffer(picture.get(), 0), 0);
-  for (int i = 0; i < kFrames; ++i) {
-    for (int at = 0; at < kHeight * picture->linesize[0]; ++at) {
-      picture->data[0][at] = (i >> at % picture->linesize[0] / 20 & 1) != 0 ? 235 : 16;
-    }
-    for (const int plane : {1, 2})
-      memset(picture->data[plane], 128, std::size_t{kHeight / 2} * picture->linesize[plane]);
-    picture->pts = i;
-    ASSERT_EQ(encoder.Encode(*picture, *packet), 0);
-    const Bytes bytes(packet->data, static_cast<std::size_t>(packet->size));
+  for (std::size_t at = 0, next = 0, i = 0; at < stream.size(); at = next, ++i) {
+    next = std::min(stream.find(delimiter, at + 1), stream.size());
+    const Bytes frame(reinterpret_cast<const std::uint8_t*>(stream.data()) + at, next - at);
     std::string reason;
-    ASSERT_TRUE(i > 0 || writer.Open(path, VIDEO_TYPE_H264, bytes, {}, 600, reason)) << reason;
-    ASSERT_EQ(writer.Write(bytes, i % 10 == 0, 1'700'000'000'000'000 + i * 125000LL), Mp4Write::kWritten);
+    ASSERT_TRUE(i > 0 || writer.Open(path, VIDEO_TYPE_H264, frame, {}, 600, reason)) << reason;
+    ASSERT_EQ(writer.Write(frame, i % 10 == 0, 1'700'000'000'000'000 + i * 125000LL), Mp4Write::kWritten);
   }
 }
 
@@ -146,21 +132,7 @@ TEST(Extractor, OurOwnRecordingsPlayFinishedGrowingAndTorn) {
   ExpectAllFrames("/tmp/own.mp4", kFrames, 8);
 }
 
-TEST(Extractor, DamagedPicturesAreStoodInForByTheirNeighbours) {
-  MakeFrames("libx264 -preset veryfast -g 12 -bf 0", "plain.mp4");
-  std::string bytes = ReadFile("/tmp/plain.mp4");
-  for (std::size_t at = bytes.size() / 3; at < bytes.size() / 2; ++at) bytes[at] = static_cast<char>(at * 37);
-  WriteFile("/tmp/damaged.mp4", bytes);
-  JpegExtractor file;
-  ASSERT_EQ(file.Init("/tmp/damaged.mp4"), 0);
-  for (int i = 0; i < kFrames; ++i) {
-    const int shown = NumberIn(Read(file, static_cast<unsigned>(i)));
-    EXPECT_TRUE(shown == i || (i > 12 && i < 60 && shown >= 0)) << shown << " for " << i;
-  }
-}
-
 TEST(Extractor, WhatIsNoRecordingIsRefused) {
-  MakeFrames("mjpeg", "a.avi");
   MakeFrames("libx264", "plain.ts");
   WriteFile("/tmp/text.mp4", std::string(5000, 'x'));
   WriteFile("/tmp/list.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:9\n#EXTINF:9,\n/tmp/plain.ts\n#EXT-X-ENDLIST\n");
@@ -173,17 +145,6 @@ TEST(Extractor, WhatIsNoRecordingIsRefused) {
     EXPECT_EQ(file.Init(path), -1) << path;
     EXPECT_EQ(file.GetFrameInfo(info), -1);
     EXPECT_EQ(Read(file, 0), "");
-  }
-  const std::string avi = ReadFile("/tmp/a.avi");
-  for (const auto& [scale, result] : {std::pair(std::string(4, '\0'), 0), {std::string("\1\0\0\0", 4), -1}}) {
-    std::string other = avi;
-    const std::size_t header = other.find("strh") + 8;
-    other.replace(header + 20, 8, scale + std::string("\0\0\1\0", 4));
-    WriteFile("/tmp/rate.avi", other);
-    __tag_JPEG_FRAME_INFO info{};
-    ASSERT_EQ(file.Init("/tmp/rate.avi"), 0);
-    EXPECT_EQ(file.GetFrameInfo(info), result);
-    EXPECT_EQ(info.frameRate, 0.0F);
   }
 }
 

@@ -55,8 +55,6 @@ TEST(DelayTimer, KeepsItsRateForHoursAndBeginsAnewWhenLate) {
   g_Clock.overshootUs = 0;
   EXPECT_EQ(Pass(timer, 1, 70000), 70000);
   EXPECT_EQ(Pass(timer, 10, 0), 10 * 40000 - 30000 - 700) << "late by less than a second: made up for";
-  EXPECT_EQ(Pass(timer, 1, 900000), 900000);
-  EXPECT_EQ(Pass(timer, 40, 0), 40 * 40000 - 860000);
   EXPECT_EQ(Pass(timer, 1, 1500000), 1500000);
   EXPECT_EQ(Pass(timer, 10, 0), 10 * 40000) << "later: nothing is caught up";
   g_Clock.signalIn = 0;

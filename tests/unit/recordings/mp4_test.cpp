@@ -165,6 +165,23 @@ Mp4Layout Layout() {
   return layout;
 }
 
+// The same recording before and after it is finished.
+struct TwoStates {
+  std::string unfinished, finished;
+  std::vector<Mp4Fragment> fragments;
+};
+
+TwoStates RecordH264() {
+  Mp4Writer writer;
+  Record(writer, H264(), VIDEO_TYPE_H264, 20);
+  TwoStates states{.unfinished = ReadFile(kPath)};
+  Finish();
+  states.finished = ReadFile(kPath);
+  states.fragments = Layout().fragments;
+  EXPECT_EQ(states.fragments.size(), kSeconds);
+  return states;
+}
+
 TEST(Mp4, PlaysWhatWasWritten) {
   struct {
     std::int32_t videoType;
@@ -198,13 +215,7 @@ TEST(Mp4, PlaysWhatWasWritten) {
 
 // Cut anywhere, while it was written and after it was finished, and with the zeros of a power cut behind.
 TEST(Mp4, FinishingKeepsEveryWholeFragment) {
-  Mp4Writer writer;
-  Record(writer, H264(), VIDEO_TYPE_H264, 20);
-  const std::string unfinished = ReadFile(kPath);
-  Finish();
-  const std::string finished = ReadFile(kPath);
-  const std::vector<Mp4Fragment> all = Layout().fragments;
-  ASSERT_EQ(all.size(), kSeconds);
+  const auto [unfinished, finished, all] = RecordH264();
   for (const std::string& whole : {unfinished, finished}) {
     for (std::size_t cut = 0; cut <= whole.size(); cut += cut < 1200 || cut + 60 > whole.size() ? 1 : 23) {
       std::size_t left = 0;
@@ -237,36 +248,26 @@ TEST(Mp4, FinishingKeepsEveryWholeFragment) {
 }
 
 TEST(Mp4, AFinishingCutShortLeavesAWholeFile) {
-  Mp4Writer writer;
-  Record(writer, H264(), VIDEO_TYPE_H264, 20);
-  const std::string unfinished = ReadFile(kPath);
-  Finish();
-  const std::string finished = ReadFile(kPath);
-  std::string lying = finished;  // as if fragments had gone after it was finished
-  lying.replace(finished.find("sidx") + 30, 8, 8, '\1');
-  for (const std::string& before : {unfinished + "torn", lying}) {
-    bool done = false;
-    for (int calls = 0; !done; ++calls) {
-      WriteFile(kPath, before);
-      RecordingFacts facts;
-      std::string reason;
-      g_CallsLeft = calls;
-      done = FinishMp4(kPath, facts, reason);
-      g_CallsLeft = -1;
-      EXPECT_EQ(done, reason.empty());
-      EXPECT_FALSE(facts.worthless);
-      EXPECT_TRUE(before == lying || Play().frames.size() == H264().size()) << calls;
-      Finish();
-      EXPECT_EQ(ReadFile(kPath), finished) << calls;
-    }
+  const auto [unfinished, finished, all] = RecordH264();
+  bool done = false;
+  for (int calls = 0; !done; ++calls) {
+    WriteFile(kPath, unfinished + "torn");
+    RecordingFacts facts;
+    std::string reason;
+    g_CallsLeft = calls;
+    done = FinishMp4(kPath, facts, reason);
+    g_CallsLeft = -1;
+    EXPECT_EQ(done, reason.empty());
+    EXPECT_FALSE(facts.worthless);
+    EXPECT_EQ(Play().frames.size(), H264().size()) << calls;
+    Finish();
+    EXPECT_EQ(ReadFile(kPath), finished) << calls;
   }
 }
 
 TEST(Mp4, AFullDiskKeepsWhatFitted) {
   signal(SIGXFSZ, SIG_IGN);
-  Mp4Writer whole;
-  Record(whole, H264(), VIDEO_TYPE_H264, 20);
-  const std::vector<Mp4Fragment> all = Layout().fragments;
+  const std::vector<Mp4Fragment> all = RecordH264().fragments;
   for (const std::size_t fragments : {3, 7}) {  // the last one is written by Close
     rlimit limit{};
     getrlimit(RLIMIT_FSIZE, &limit);
@@ -299,9 +300,7 @@ TEST(Mp4, OtherParametersBeginAnotherFile) {
 }
 
 TEST(Mp4, LeavesOtherFilesAlone) {
-  Mp4Writer writer;
-  Record(writer, H264(), VIDEO_TYPE_H264, 20);
-  const std::string good = ReadFile(kPath);
+  const std::string good = RecordH264().finished;
   for (const std::string name : {"ftyp", "moov", "mvhd", "tkhd", "mdhd", "vide", "stsd", "mvex"}) {
     std::string bytes = good;
     bytes.replace(bytes.find(name), 4, "junk");
@@ -319,8 +318,7 @@ TEST(FrameTimes, RiseAtThePaceOfTheFrames) {
     const char* what;
     std::vector<std::int64_t> arrivedMs, ms;
   } const cases[] = {
-      {"a steady camera", {5000, 5040, 5080, 5120}, {0, 40, 80, 120}},
-      {"a burst", {0, 40, 40, 40, 120}, {0, 40, 41, 42, 120}},
+      {"a burst", {5000, 5040, 5040, 5040, 5120}, {0, 40, 41, 42, 120}},
       {"a clock set back", {9000, 9100, 1000, 1100, 1200}, {0, 100, 200, 300, 400}},
       {"a clock set ahead", {0, 50, 3600000, 3600050}, {0, 50, 100, 150}},
       {"a pause", {0, 100, 9000, 9100}, {0, 100, 9000, 9100}},

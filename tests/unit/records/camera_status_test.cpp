@@ -54,7 +54,6 @@ TEST(CameraStatusTest, FirstReasonAgainstACameraCounts) {
       {"no ring, connection only", kWithoutRing, {true, true, true, false, false, 1, kViewer}, 403},
       {"disabled before no ring", kDisabled, {true, true, true, true, false, 1, kViewer}, 402},
       {"privilege before disabled", kDisabled, {true, true, true, true, false, 1, kNobody}, 105},
-      {"disabled does not matter", kDisabled, {true, false, false, false, false, 1, kViewer}, kUsable},
       {"deleted before disabled", kDeleting, {true, true, true, true, false, 1, kViewer}, 405},
       {"deleting is accepted", kDeleting, {true, false, false, false, true, 1, kViewer}, kUsable},
       {"its server knows the rest", kRemote, {true, true, true, true, false, 1, kViewer}, kUsable},
@@ -72,7 +71,6 @@ TEST(CameraStatusTest, FirstReasonAgainstACameraCounts) {
   EXPECT_EQ(camera.Load(4711, 0, 0), -1);
   EXPECT_EQ(camera.GetId(), kRemote) << "a load that fails leaves it alone";
   EXPECT_EQ(camera.GetUiStreamNo(camera.GetMobileProfile()), 2);
-  EXPECT_EQ(CamStatusToWebApiErr(static_cast<DEV_STATUS>(77)), 100);
   for (const int profile : {-1, 3, 1000}) EXPECT_EQ(camera.GetUiStreamNo(profile), 0);
   oculora::RemoveRing({kWithRing, 2});
 }

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "webapi/request_state.h"
-
 namespace {
 
 using oculora::FitQuery;
@@ -40,14 +38,6 @@ TEST(QueryFormTest, EncodedFormsTravelAsTheyStand) {
                             "api=A&", "", "SliceId=a\r\nb", "SliceId=\"a\""}) {
     EXPECT_EQ(Fit(QueryForm::kEncoded, wrong), kNone) << wrong;
   }
-}
-
-TEST(QueryFormTest, EveryByteOfAValueArrives) {
-  std::string everything;
-  for (int c = 1; c < 256; ++c) everything.push_back(static_cast<char>(c));
-  const std::string query =
-      Fit(QueryForm::kEventFile, "api=A&method=M&version=1&isRedirectCgi=1&eventId=5&HTTP_RANGE=" + everything);
-  EXPECT_EQ(oculora::MakeRequest({query, "", "", {}})->GetParam("HTTP_RANGE", ""), everything);
 }
 
 }  // namespace

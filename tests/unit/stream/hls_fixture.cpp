@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <new>
 
@@ -81,9 +80,7 @@ REPLACES unsigned __wrap_sleep(unsigned seconds) {
 REPLACES pid_t __wrap_fork() {
   const bool ofRequest = getpid() != g_TestPid;
   const int number = ofRequest ? g_World.atFork.exchange(0) : 0;
-  if (number == -2) fs::create_directory("/tmp/webapivdostm.pid.20");
-  errno = EAGAIN;
-  const pid_t child = number == -1 ? -1 : __real_fork();
+  const pid_t child = __real_fork();
   if (child == 0 && number > 0) raise(number);                             // before it does anything
   if (child > 0 && number == SIGSTOP) waitpid(child, nullptr, WUNTRACED);  // whoever learns of it finds it stopped
   if (child > 0 && ofRequest) g_World.forked = child;

@@ -13,10 +13,10 @@
 
 // What the module's code finds instead of the system's own. Shared with all processes of a test.
 struct World {
-  std::atomic<time_t> now;  // the time; 0: the clock's
-  std::atomic<int> haste;   // usleep() takes so many times less
-  std::atomic<int> slept;   // seconds asked of sleep(), which takes none
-  std::atomic<int> atFork;  // a signal that the next remux gets first; -1: its fork fails; -2: it can have no pid file
+  std::atomic<time_t> now;       // the time; 0: the clock's
+  std::atomic<int> haste;        // usleep() takes so many times less
+  std::atomic<int> slept;        // seconds asked of sleep(), which takes none
+  std::atomic<int> atFork;       // a signal that the next remux gets first
   std::atomic<pid_t> forked;     // the newest remux
   std::atomic<int> relayResult;  // of calls to other hosts, noted in kRelayed
 };

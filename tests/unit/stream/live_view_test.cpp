@@ -71,6 +71,7 @@ TEST_F(LiveView, AnswersComeInTheOrderOfTheChecks) {
     EXPECT_TRUE(error["code"] == code && error.isMember("data") == hasParams) << method << params;
   };
   expect("Stream", "&cameraId=99", 401, false);                      // unknown camera, before admission
+  expect("Stream", "&cameraId=4294967303", 401, false);              // not that of 7
   expect("Stream", "&cameraId=7", 105, false);                       // not admitted
   expect("stream", "&cameraId=7&StmKey=a", 401, false);              // method in another case
   expect("Stream", "&cameraId=8&StmKey=a&format=mjpeg", 402, true);  // status, privilege not asked

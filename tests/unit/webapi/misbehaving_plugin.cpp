@@ -1,7 +1,6 @@
-// A plug-in that throws, says nothing, writes by itself, or shows what the dispatcher left it.
+// A plug-in that throws, says nothing, or shows what the dispatcher left it.
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 
@@ -14,14 +13,8 @@ void Throw(VELM::APIRequest*, VELM::APIResponse*) { throw std::runtime_error("de
 void ThrowNumber(VELM::APIRequest*, VELM::APIResponse*) { throw 42; }
 void Silent(VELM::APIRequest*, VELM::APIResponse*) {}
 
-void Raw(VELM::APIRequest*, VELM::APIResponse* response) {
-  printf("Content-Type: text/plain\r\n\r\nraw");
-  response->SetEnableOutput(false);
-  response->SetError(100, "never seen");
-}
-
 // Which descriptors are open, where we are, and what new files will look like.
-void Surroundings(VELM::APIRequest* request, VELM::APIResponse* response) {
+void Surroundings(VELM::APIRequest*, VELM::APIResponse* response) {
   Json::Value data;
   data["descriptors"] = Json::Value(Json::arrayValue);
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -32,7 +25,6 @@ void Surroundings(VELM::APIRequest* request, VELM::APIResponse* response) {
   const mode_t mask = umask(0);
   umask(mask);
   data["umask"] = mask;
-  data["echo"] = request->GetParam("echo", "");
   response->SetSuccess(data);
   response->AddHeader("X-Good: yes");
   response->AddHeader("X-Bad: a\r\nX-Injected: b");
@@ -43,8 +35,7 @@ void Surroundings(VELM::APIRequest* request, VELM::APIResponse* response) {
 extern "C" __attribute__((visibility("default"))) const VELM::APITableRow* GetAPITable() {
   static const VELM::APITableRow table[] = {
       {"Test.Odd", 1, "Throw", Throw},   {"Test.Odd", 1, "ThrowNumber", ThrowNumber},
-      {"Test.Odd", 1, "Silent", Silent}, {"Test.Odd", 1, "Raw", Raw},
-      {"Test.Odd", 2, "Throw", Throw},   {"Test.Odd", 1, "Surroundings", Surroundings},
+      {"Test.Odd", 1, "Silent", Silent}, {"Test.Odd", 1, "Surroundings", Surroundings},
       {"Test.Odd", 1, "Null", nullptr},  {nullptr, 0, nullptr, nullptr},
   };
   return table;

@@ -44,13 +44,11 @@ TEST_F(RequestTest, SessionIsTheOneNamedElseTheCookies) {
                                   {kOver, kLiveToo, "bert", kLiveToo},
                                   {kLive, kOver, "anna", kLive},
                                   {id16, kOver, "", id16},
-                                  {kOver, kOver, "", kOver},
                                   {kOver, "../../etc", "", kOver},
                                   {"../../etc/passwd", kLive, "", ""},
                                   {"", id64, "", id64},
                                   {id64, "", "", id64},
-                                  {"\"" + id16 + "\"", "", "", id16},
-                                  {"AZaz09_-AZaz09_-", "", "", "AZaz09_-AZaz09_-"}};
+                                  {"\"" + id16 + "\"", "", "", id16}};
   for (const auto& [named, cookie, user, id] : cases) {
     SCOPED_TRACE(named + " " + cookie);
     const auto request = MakeRequest({"_sid=" + named, "", "oculora_sid=" + cookie, {}});

@@ -1,2 +1,0 @@
-// A shared object that is no plug-in.
-extern "C" __attribute__((visibility("default"))) int Nothing() { return 0; }

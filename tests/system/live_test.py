@@ -125,6 +125,7 @@ class LiveTest(unittest.TestCase):
         headers, body = self.site.api(API, "Stream", {"cameraId": self.film, "format": "MJPEG"}, self.sid)
         self.assertEqual((headers.status, headers["Content-Type"], body),
                          (200, "text/plain", b"Unsupported format.\n\r"))
+
     def test_pictures_are_whole_and_as_the_source_sent_them(self):
         stream = self.view(self.film, self.sid, timestamp=1)
         seen = {hashlib.sha256(picture(stream)).hexdigest() for _ in range(15)}

@@ -60,15 +60,39 @@ bool WriteRest(iovec* parts, int count) {
   return true;
 }
 
+// Tells whether a signal came in between, after which nothing may block any more.
+bool Write(iovec* parts, int count, bool& signalled) {
+  if (fflush(stdout) != 0) return false;
+  const ssize_t written = writev(STDOUT_FILENO, parts, count);
+  if (written < 0 && errno != EINTR && errno != EAGAIN) return false;
+  if (written > 0) Advance(parts, count, static_cast<std::size_t>(written));
+  // A blocking descriptor takes everything unless a signal came.
+  signalled = count > 0;
+  return !signalled || WriteRest(parts, count);
+}
+
 }  // namespace
 
 bool WriteAll(iovec* parts, int count) {
-  if (fflush(stdout) != 0) return false;
-  const ssize_t written = writev(STDOUT_FILENO, parts, count);
-  if (written < 0) return (errno == EINTR || errno == EAGAIN) && WriteRest(parts, count);
-  Advance(parts, count, static_cast<std::size_t>(written));
-  // A blocking descriptor takes everything unless a signal came in between.
-  return count == 0 || WriteRest(parts, count);
+  bool signalled = false;
+  return Write(parts, count, signalled);
+}
+
+bool WriteAround(iovec* head, int count, const LentBytes& lent, const iovec& tail) {
+  bool signalled = false;
+  if (!Write(head, count, signalled)) return false;
+  off_t offset = lent.offset;
+  std::size_t sent = 0;
+  while (!signalled && sent < lent.size) {
+    // Waits while the pipe is full; then it takes what there is room for.
+    const ssize_t passed = splice(lent.fd, &offset, STDOUT_FILENO, nullptr, lent.size - sent, 0);
+    signalled = passed < 0 && errno == EINTR;
+    if (passed <= 0) break;
+    sent += static_cast<std::size_t>(passed);
+  }
+  auto* const bytes = static_cast<char*>(const_cast<void*>(lent.copy));
+  iovec rest[] = {{bytes + sent, lent.size - sent}, tail};
+  return signalled ? WriteRest(rest, 2) : WriteAll(rest, 2);
 }
 
 }  // namespace oculora

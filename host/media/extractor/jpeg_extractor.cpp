@@ -13,6 +13,7 @@
 #include "recordings/avi/avi_index.h"
 #include "velm/media.h"
 #include "webapi/log_line.h"
+#include "writers/lent_bytes.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ bool ReadAll(int fd, unsigned char* to, std::size_t size, std::uint64_t offset) 
 struct JpegExtractor::Impl {
   Impl() = default;
   ~Impl() {
+    oculora::TakeBack();
     if (recording != nullptr) oculora::LoadMedia()->closeRecording(recording);
   }
   Impl(const Impl&) = delete;
@@ -60,6 +62,7 @@ struct JpegExtractor::Impl {
   }
 
   int Read(unsigned index, unsigned char* buffer, unsigned& size) const {
+    oculora::TakeBack();
     if (index >= static_cast<unsigned>(info.frames)) return -1;
     if (recording != nullptr) {
       int length = 0;
@@ -74,6 +77,7 @@ struct JpegExtractor::Impl {
     const oculora::AviFrame& frame = avi.frames[index];
     if (frame.size > size || !ReadAll(fd.Get(), buffer, frame.size, frame.offset)) return -1;
     size = frame.size;
+    oculora::Lend({buffer, size, fd.Get(), static_cast<off_t>(frame.offset)});
     return 0;
   }
 

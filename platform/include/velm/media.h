@@ -65,7 +65,8 @@ class JpegExtractor {
   int GetFrameInfo(__tag_JPEG_FRAME_INFO& info);
   // `size`: capacity in, length out. In place of a frame that is damaged comes the one after it or the one before. -1
   // behind the last frame, when a stored frame exceeds the capacity, when the disk fails, or when nothing from there on
-  // can be decoded.
+  // can be decoded. A frame that MultipartResponse::Write gets next may be sent from the file, which spares a copy:
+  // what is in `buffer` must not be changed in between.
   int ReadFrame(unsigned index, unsigned char* buffer, unsigned& size);
 
  private:

@@ -16,7 +16,8 @@ class MultipartResponse {
   MultipartResponse& operator=(const MultipartResponse&) = delete;
 
   // Writes `size` bytes as one part. `extraName` and `extraValue`, when not null, become one more part header.
-  // Returns 0, or -1 when the client has gone (SIGTERM was raised) or an argument is off.
+  // Returns 0, or -1 when the client has gone (SIGTERM was raised) or an argument is off. A large frame that
+  // JpegExtractor::ReadFrame has just put into `data` goes out from its file, in three calls, without being copied.
   int Write(const char* contentType, const void* data, int size, const char* extraName, const char* extraValue);
 
  private:
